@@ -1,0 +1,115 @@
+// The journal store at the size of ten years of heavy use: 100,000 activities, 50 projects, 300 tasks.
+#include <benchmark/benchmark.h>
+
+#include <QCoreApplication>
+#include <QFileInfo>
+#include <QSqlQuery>
+
+#include "model/store.h"
+#include "model/storecontext.h"
+#include "support/isolatedhome.h"
+#include "support/journalgenerator.h"
+
+namespace {
+
+constexpr int kActivities = 100000;
+const JournalGenerator kJournal(kActivities, 10, 50, 300);
+
+std::unique_ptr<Store> openStore(const IsolatedHome &home)
+{
+    StoreOptions options;
+    options.applicationFilesDirectory = home.applicationFilesDirectory();
+    auto store = Store::open(options);
+    if (!store)
+        qFatal("%s", qPrintable(store.error().message()));
+    return std::move(*store);
+}
+
+// One filled store shared by the read benchmarks.
+Store &filledStore()
+{
+    static IsolatedHome home;
+    static std::unique_ptr<Store> store = [] {
+        auto opened = openStore(home);
+        auto context = opened->newContext();
+        kJournal.insertInto(*context);
+        if (!context->save())
+            qFatal("could not fill the store");
+        return opened;
+    }();
+    return *store;
+}
+
+void BM_BulkInsert(benchmark::State &state)
+{
+    for (auto _ : state) {
+        state.PauseTiming();
+        IsolatedHome home;
+        auto store = openStore(home);
+        state.ResumeTiming();
+
+        auto context = store->newContext();
+        kJournal.insertInto(*context);
+        if (!context->save())
+            state.SkipWithError("save failed");
+
+        state.PauseTiming();
+        QSqlQuery(*store->database()).exec(QStringLiteral("PRAGMA wal_checkpoint(TRUNCATE)"));
+        const qint64 bytes = QFileInfo(store->storePath()).size()
+            + QFileInfo(store->storePath() + QStringLiteral("-wal")).size();
+        state.counters["store_MB"] = double(bytes) / (1024.0 * 1024.0);
+        context.reset();
+        store.reset();
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(state.iterations() * kActivities);
+}
+BENCHMARK(BM_BulkInsert)->Unit(benchmark::kMillisecond)->Iterations(3);
+
+void BM_FetchWeek(benchmark::State &state)
+{
+    Store &store = filledStore();
+    ActivityQuery week;
+    week.overlapsFrom = QDateTime(QDate(2020, 6, 8), QTime(0, 0));
+    week.overlapsUntil = QDateTime(QDate(2020, 6, 15), QTime(0, 0));
+    week.order = ActivityQuery::Order::TimeFromDescending;
+    qsizetype found = 0;
+    for (auto _ : state) {
+        auto context = store.newContext();
+        auto activities = context->fetchActivities(week);
+        found = activities->size();
+        qint64 withTasks = 0;
+        for (const ActivityPtr &activity : *activities)
+            withTasks += activity->tasks().size() + (activity->project() ? 1 : 0);
+        benchmark::DoNotOptimize(withTasks);
+    }
+    state.counters["activities"] = double(found);
+}
+BENCHMARK(BM_FetchWeek)->Unit(benchmark::kMicrosecond);
+
+void BM_FetchAllAndSumDurations(benchmark::State &state)
+{
+    Store &store = filledStore();
+    for (auto _ : state) {
+        auto context = store.newContext();
+        auto activities = context->fetchActivities();
+        qint64 total = 0;
+        for (const ActivityPtr &activity : *activities)
+            total += activity->durationSecs();
+        benchmark::DoNotOptimize(total);
+        if (activities->size() != kActivities)
+            state.SkipWithError("wrong count");
+    }
+}
+BENCHMARK(BM_FetchAllAndSumDurations)->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -1,0 +1,24 @@
+# One call registers one QtTest suite:
+#   bv_add_test(NAME testfoo SOURCES a.cpp LIBS brimvale-core LABELS core [TZ Europe/Berlin] [BUS] [E2E])
+# Every test runs through tests/support/isolated-env.sh, which gives it a fresh HOME and XDG folders, so no
+# test can touch the user's real data. BUS adds a private session bus; E2E adds Xvfb as well.
+set(BV_ISOLATE ${CMAKE_SOURCE_DIR}/tests/support/isolated-env.sh)
+set(BV_E2E_WRAPPER ${CMAKE_SOURCE_DIR}/tests/support/run-e2e.sh)
+
+function(bv_add_test)
+    cmake_parse_arguments(T "BUS;E2E" "NAME;TZ" "SOURCES;LIBS;LABELS" ${ARGN})
+    add_executable(${T_NAME} ${T_SOURCES})
+    target_link_libraries(${T_NAME} PRIVATE brimvale-flags brimvale-test-support Qt6::Test ${T_LIBS})
+    set(launcher ${BV_ISOLATE})
+    if(T_E2E)
+        set(launcher ${BV_E2E_WRAPPER})
+    elseif(T_BUS)
+        set(launcher ${BV_ISOLATE} dbus-run-session --)
+    endif()
+    add_test(NAME ${T_NAME} COMMAND ${launcher} $<TARGET_FILE:${T_NAME}>)
+    set(env "QT_QPA_PLATFORM=offscreen" "BRIMVALE_SOURCE_DIR=${CMAKE_SOURCE_DIR}")
+    if(T_TZ)
+        list(APPEND env "TZ=${T_TZ}")
+    endif()
+    set_tests_properties(${T_NAME} PROPERTIES LABELS "${T_LABELS}" ENVIRONMENT "${env}")
+endfunction()

@@ -1,0 +1,223 @@
+#include "model/store.h"
+
+#include <atomic>
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QStandardPaths>
+#include <QThread>
+
+#include "base/clock.h"
+#include "base/logging.h"
+#include "model/storecontext.h"
+#include "model/storeerrors.h"
+#include "model/storeschema.h"
+
+namespace {
+
+const auto kDbFolder = QStringLiteral("db");
+const auto kStoreFile = QStringLiteral("storedata");
+
+std::atomic<quint64> s_storeSerial{0};
+
+} // namespace
+
+QString Store::applicationFilesDirectory()
+{
+    return QDir(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation))
+        .filePath(QStringLiteral("Brimvale"));
+}
+
+std::expected<std::unique_ptr<Store>, BvError> Store::open(const StoreOptions &options)
+{
+    const QString base = options.applicationFilesDirectory.isEmpty() ? applicationFilesDirectory()
+                                                                       : options.applicationFilesDirectory;
+    const QString dbDir = QDir(base).filePath(kDbFolder);
+    const QFileInfo dbInfo(dbDir);
+    if (!dbInfo.exists()) {
+        if (!QDir().mkpath(dbDir)) {
+            const BvError error = StoreErrors::folderUnusable(dbDir, QStringLiteral("Permission denied or no space left."));
+            qCCritical(lcStore).noquote() << error.description();
+            return std::unexpected(error);
+        }
+    } else if (!dbInfo.isDir()) {
+        const BvError error = StoreErrors::folderIsFile(dbDir);
+        qCCritical(lcStore).noquote() << error.description();
+        return std::unexpected(error);
+    }
+
+    const QString path = QDir(dbDir).filePath(kStoreFile);
+    std::unique_ptr<Store> store(new Store(path, options));
+    std::expected<QSqlDatabase, BvError> db = store->database();
+    if (!db) {
+        qCCritical(lcStore).noquote()
+            << QStringLiteral("Error occurred while adding store coordinator: %1; %2").arg(path, db.error().message());
+        return std::unexpected(db.error());
+    }
+    if (std::expected<void, BvError> prepared = store->prepareSchema(options.skipMigrations); !prepared)
+        return std::unexpected(prepared.error());
+    return store;
+}
+
+Store::Store(const QString &path, const StoreOptions &options)
+    : m_path(path)
+    , m_clock(options.clock ? options.clock : Clock::system())
+    , m_settings(options.settings)
+    , m_connectionPrefix(QStringLiteral("brimvale-store-%1-").arg(++s_storeSerial))
+{
+    m_watchTimer.callOnTimeout(this, [this] { checkForExternalChanges(); });
+}
+
+Store::~Store()
+{
+    m_watchTimer.stop();
+    QStringList names;
+    {
+        QMutexLocker lock(&m_mutex);
+        names = m_connections.values();
+        m_connections.clear();
+    }
+    for (const QString &name : std::as_const(names)) {
+        {
+            QSqlDatabase db = QSqlDatabase::database(name, false);
+            db.close();
+        }
+        QSqlDatabase::removeDatabase(name);
+    }
+}
+
+std::expected<QSqlDatabase, BvError> Store::database()
+{
+    QThread *thread = QThread::currentThread();
+    QString name;
+    {
+        QMutexLocker lock(&m_mutex);
+        name = m_connections.value(thread);
+    }
+    if (!name.isEmpty())
+        return QSqlDatabase::database(name, false);
+
+    name = m_connectionPrefix + QString::number(reinterpret_cast<quintptr>(thread), 16);
+    std::expected<QSqlDatabase, BvError> db = openConnection(name);
+    if (!db) {
+        QSqlDatabase::removeDatabase(name);
+        return db;
+    }
+    {
+        QMutexLocker lock(&m_mutex);
+        m_connections.insert(thread, name);
+    }
+    // A worker thread's connection goes with the thread: SQLite connections must not cross threads.
+    if (thread != this->thread()) {
+        QObject::connect(thread, &QThread::finished, thread, [this, thread, name] {
+            {
+                QMutexLocker lock(&m_mutex);
+                if (m_connections.value(thread) != name)
+                    return;
+                m_connections.remove(thread);
+            }
+            QSqlDatabase::database(name, false).close();
+            QSqlDatabase::removeDatabase(name);
+        }, Qt::DirectConnection);
+    }
+    return db;
+}
+
+std::expected<QSqlDatabase, BvError> Store::openConnection(const QString &name)
+{
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
+    db.setDatabaseName(m_path);
+    db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=10000"));
+    if (!db.open())
+        return std::unexpected(StoreErrors::fromSql(db.lastError()));
+    QSqlQuery query(db);
+    // WAL lets the command line write while the app reads; FULL makes every commit survive a power cut,
+    // not only a crash; the foreign keys keep tasks and activities linked consistently. A 16 MB page
+    // cache keeps a large import or sync in memory until its commit instead of spilling it half-way.
+    for (const auto *pragma : {"PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON",
+                               "PRAGMA cache_size = -16384"}) {
+        if (!query.exec(QString::fromLatin1(pragma))) {
+            const BvError error = StoreErrors::fromSql(query.lastError());
+            db.close();
+            return std::unexpected(error);
+        }
+    }
+    // journal_mode answers with the mode it got: anything but "wal" means the file is not usable as ours.
+    query.exec(QStringLiteral("PRAGMA journal_mode"));
+    if (!query.next() || query.value(0).toString().compare(QLatin1String("wal"), Qt::CaseInsensitive) != 0) {
+        db.close();
+        return std::unexpected(BvError(QStringLiteral("NSSQLiteErrorDomain"), 26,
+                                       QStringLiteral("The store file could not be opened in WAL mode.")));
+    }
+    return db;
+}
+
+std::expected<void, BvError> Store::prepareSchema(bool skipMigrations)
+{
+    std::expected<QSqlDatabase, BvError> db = database();
+    if (!db)
+        return std::unexpected(db.error());
+    std::expected<int, BvError> version = StoreSchema::storedVersion(*db);
+    if (!version) {
+        qCCritical(lcStore).noquote()
+            << QStringLiteral("Error occurred while adding store coordinator: %1; %2").arg(m_path, version.error().message());
+        return std::unexpected(version.error());
+    }
+    if (skipMigrations)
+        qCInfo(lcStore).noquote() << QStringLiteral("Skipping migrations");
+
+    if (*version == 0) {
+        std::expected<void, BvError> created = StoreSchema::create(*db);
+        if (!created) {
+            qCCritical(lcStore).noquote() << QStringLiteral("Error occurred while adding store coordinator: %1; %2")
+                                                 .arg(m_path, created.error().message());
+            return created;
+        }
+    } else if (*version != StoreSchema::Version) {
+        const BvError error = StoreErrors::incompatibleVersion(m_path, *version);
+        qCCritical(lcStore).noquote()
+            << QStringLiteral("Error occurred while trying to migrating store: %1; %2").arg(m_path, error.message());
+        return std::unexpected(error);
+    }
+    return {};
+}
+
+std::unique_ptr<StoreContext> Store::newContext()
+{
+    return std::make_unique<StoreContext>(*this);
+}
+
+void Store::setWatchesExternalChanges(bool watch, int intervalMsecs)
+{
+    if (!watch) {
+        m_watchTimer.stop();
+        return;
+    }
+    checkForExternalChanges();
+    m_watchTimer.start(intervalMsecs);
+}
+
+bool Store::checkForExternalChanges()
+{
+    std::expected<QSqlDatabase, BvError> db = database();
+    if (!db)
+        return false;
+    QSqlQuery query(*db);
+    if (!query.exec(QStringLiteral("PRAGMA data_version")) || !query.next())
+        return false;
+    const qint64 version = query.value(0).toLongLong();
+    const bool changedElsewhere = m_dataVersion >= 0 && version != m_dataVersion;
+    m_dataVersion = version;
+    if (changedElsewhere) {
+        qCDebug(lcStore) << "store changed by another connection";
+        Q_EMIT changed(AllEntities);
+    }
+    return changedElsewhere;
+}
+
+void Store::didCommit(Entities entities)
+{
+    Q_EMIT changed(entities);
+}

@@ -1,0 +1,92 @@
+#pragma once
+
+#include <expected>
+#include <memory>
+
+#include <QHash>
+#include <QMutex>
+#include <QObject>
+#include <QSqlDatabase>
+#include <QTimer>
+
+#include "base/bverror.h"
+
+class BvSettings;
+class Clock;
+class QThread;
+class StoreContext;
+
+struct StoreOptions
+{
+    // The application's data folder; the store is "db/storedata" inside it.
+    QString applicationFilesDirectory;
+    // "skipMigrations": open the file as it is, without upgrading an older one.
+    bool skipMigrations = false;
+    // Where insertion and deletion times come from; the system clock when none.
+    Clock *clock = nullptr;
+    // Supplies whether projects and tasks are ordered by hand in the sidebar; never ordered when none.
+    BvSettings *settings = nullptr;
+};
+
+// The one SQLite file that holds the journal, opened in WAL mode with one connection per thread.
+// Work is done in StoreContexts (units of work), each saved in one transaction. After every commit, and
+// when another process (the command line while the app runs) has committed, `changed` is emitted.
+class Store : public QObject
+{
+    Q_OBJECT
+public:
+    enum class Entity {
+        Activity = 0x1,
+        Project = 0x2,
+        Task = 0x4,
+        DeletedActivity = 0x8,
+        SyncFile = 0x10,
+    };
+    Q_DECLARE_FLAGS(Entities, Entity)
+    Q_FLAG(Entities)
+    static constexpr Entities AllEntities = Entities(0x1f);
+
+    // ~/.local/share/Brimvale: the user's application data folder.
+    static QString applicationFilesDirectory();
+
+    // Opens (and on first use creates) the store file. Failures carry the designed errors and are logged.
+    static std::expected<std::unique_ptr<Store>, BvError> open(const StoreOptions &options);
+    ~Store() override;
+
+    QString storePath() const { return m_path; }
+    Clock *clock() const { return m_clock; }
+    BvSettings *settings() const { return m_settings; }
+
+    // The calling thread's connection, opened on first use and closed when the thread ends.
+    std::expected<QSqlDatabase, BvError> database();
+    // A new unit of work on this store, for use on the calling thread.
+    std::unique_ptr<StoreContext> newContext();
+
+    // Polls PRAGMA data_version on the owning thread's connection to notice commits of other
+    // processes. Off until asked for.
+    void setWatchesExternalChanges(bool watch, int intervalMsecs = 1000);
+    // Emits `changed` with every entity kind if another connection has committed since the last check.
+    bool checkForExternalChanges();
+
+    // Called by a context after its commit.
+    void didCommit(Entities entities);
+
+Q_SIGNALS:
+    void changed(Store::Entities entities);
+
+private:
+    Store(const QString &path, const StoreOptions &options);
+    std::expected<QSqlDatabase, BvError> openConnection(const QString &name);
+    std::expected<void, BvError> prepareSchema(bool skipMigrations);
+
+    QString m_path;
+    Clock *m_clock = nullptr;
+    BvSettings *m_settings = nullptr;
+    QString m_connectionPrefix;
+    QMutex m_mutex;
+    QHash<QThread *, QString> m_connections;
+    QTimer m_watchTimer;
+    qint64 m_dataVersion = -1;
+};
+
+Q_DECLARE_OPERATORS_FOR_FLAGS(Store::Entities)

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <expected>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include <QDateTime>
+#include <QHash>
+#include <QList>
+#include <QString>
+
+#include "base/bverror.h"
+#include "model/activity.h"
+#include "model/activityquery.h"
+#include "model/bvsyncfile.h"
+#include "model/deletedactivity.h"
+#include "model/project.h"
+#include "model/store.h"
+#include "model/task.h"
+
+class QSqlQuery;
+class SqliteStatement;
+
+// A unit of work on the store, used on one thread. Objects fetched or inserted here stay in memory with
+// their changes until save(), which writes them all in one transaction: either every change is stored, or
+// none is and the store is as it was. A row fetched twice is the same object. Objects outlive the context
+// only as detached values.
+class StoreContext
+{
+public:
+    explicit StoreContext(Store &store);
+    ~StoreContext();
+    StoreContext(const StoreContext &) = delete;
+    StoreContext &operator=(const StoreContext &) = delete;
+
+    Store &store() const { return m_store; }
+    // The store's clock.
+    QDateTime now() const;
+
+    // A new activity with a fresh uid, and createdAt and modifiedAt at now.
+    ActivityPtr insertActivity();
+    ProjectPtr insertProject();
+    TaskPtr insertTask();
+    DeletedActivityPtr insertDeletedActivity();
+    SyncFilePtr insertSyncFile();
+
+    // Deletes at the next save. An activity first loses its text, project and tasks.
+    void deleteObject(const ActivityPtr &activity);
+    void deleteObject(const DeletedActivityPtr &deletedActivity);
+    void deleteObject(const SyncFilePtr &syncFile);
+
+    std::expected<QList<ActivityPtr>, BvError> fetchActivities(const ActivityQuery &query = {});
+    // The activity with this uid, or nullptr.
+    std::expected<ActivityPtr, BvError> activityWithUid(const QString &uid);
+    // The number of stored activities that match; unsaved changes are not counted.
+    std::expected<qint64, BvError> countActivities(const ActivityQuery &query = {});
+    std::expected<QList<ProjectPtr>, BvError> projects();
+    std::expected<QList<TaskPtr>, BvError> tasks();
+    // Tombstones, by uid and/or synced state when given.
+    std::expected<QList<DeletedActivityPtr>, BvError>
+    fetchDeletedActivities(const std::optional<QString> &uid = std::nullopt,
+                           const std::optional<bool> &isSynced = std::nullopt);
+    // Month file records, by name when given.
+    std::expected<QList<SyncFilePtr>, BvError> fetchSyncFiles(const std::optional<QString> &name = std::nullopt);
+
+    // The project named so regardless of case, renamed to this spelling when it differs; created when
+    // there is none. Nothing is saved.
+    ProjectPtr findProject(const QString &name);
+    TaskPtr findTask(const QString &name);
+
+    bool hasChanges() const;
+    std::expected<void, BvError> save();
+    // Re-reads every object without unsaved changes from the store, so that commits of other contexts
+    // and processes become visible here.
+    void refreshObjects();
+
+    // Bookkeeping for the entities.
+    void activityChanged(Activity *activity);
+    void itemChanged(SidebarItem *item, bool renamed);
+    void deletedActivityChanged(DeletedActivity *deletedActivity);
+    void syncFileChanged(BVSyncFile *syncFile);
+    bool sidebarOrderedByHand(bool tasks) const;
+    std::optional<qint64> highestSidebarPosition(bool tasks);
+
+private:
+    struct ItemIndex
+    {
+        QHash<qint64, std::shared_ptr<SidebarItem>> byId;
+        std::vector<std::shared_ptr<SidebarItem>> inserted;
+        QHash<QString, std::shared_ptr<SidebarItem>> byKey;
+        bool keysStale = false;
+    };
+
+    std::expected<void, BvError> loadItems(bool reload = false);
+    void rebuildKeys(ItemIndex &items);
+    std::shared_ptr<SidebarItem> findItem(const QString &name, bool task);
+    ItemIndex &index(bool tasks) { return tasks ? m_tasks : m_projects; }
+    std::expected<QList<ActivityPtr>, BvError> fetchActivityRows(const QString &where, const QVariantList &binds,
+                                                                 const QString &tail);
+    ActivityPtr activityFromRow(const SqliteStatement &row);
+    std::expected<void, BvError> writeChanges(const QSqlDatabase &db, Store::Entities &written);
+    void discardFailedInserts();
+    void finishSave();
+
+    Store &m_store;
+    ItemIndex m_projects;
+    ItemIndex m_tasks;
+    bool m_itemsLoaded = false;
+    std::optional<BvError> m_loadError;
+    std::vector<qint64 *> m_assignedIds;
+    QHash<qint64, std::weak_ptr<Activity>> m_activities;
+    QHash<qint64, std::weak_ptr<DeletedActivity>> m_deletedActivities;
+    QHash<qint64, std::weak_ptr<BVSyncFile>> m_syncFiles;
+    std::vector<ActivityPtr> m_pendingActivities;
+    std::vector<std::shared_ptr<SidebarItem>> m_pendingItems;
+    std::vector<DeletedActivityPtr> m_pendingDeletedActivities;
+    std::vector<SyncFilePtr> m_pendingSyncFiles;
+};
