@@ -55,8 +55,8 @@ void BM_BulkInsert(benchmark::State &state)
 
         state.PauseTiming();
         QSqlQuery(*store->database()).exec(QStringLiteral("PRAGMA wal_checkpoint(TRUNCATE)"));
-        const qint64 bytes = QFileInfo(store->storePath()).size()
-            + QFileInfo(store->storePath() + QStringLiteral("-wal")).size();
+        const qint64 bytes
+            = QFileInfo(store->storePath()).size() + QFileInfo(store->storePath() + QStringLiteral("-wal")).size();
         state.counters["store_MB"] = double(bytes) / (1024.0 * 1024.0);
         context.reset();
         store.reset();

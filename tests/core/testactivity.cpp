@@ -114,8 +114,7 @@ void TestActivity::yearMonthFollowsLocalCalendar_data()
 
     QTest::newRow("late evening, already April in UTC") << QDateTime(QDate(2024, 3, 31), QTime(23, 30)) << 202403;
     QTest::newRow("first minute of the month") << QDateTime(QDate(2024, 4, 1), QTime(0, 0)) << 202404;
-    QTest::newRow("given in UTC, local is December")
-        << QDateTime(QDate(2025, 1, 1), QTime(2, 0), Qt::UTC) << 202412;
+    QTest::newRow("given in UTC, local is December") << QDateTime(QDate(2025, 1, 1), QTime(2, 0), Qt::UTC) << 202412;
 }
 
 void TestActivity::yearMonthFollowsLocalCalendar()
@@ -136,7 +135,8 @@ void TestActivity::newActivityGetsCanonicalUidAndTimes()
 {
     ActivityPtr first = m_context->insertActivity();
     ActivityPtr second = m_context->insertActivity();
-    static const QRegularExpression canonical(QStringLiteral("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$"));
+    static const QRegularExpression canonical(
+        QStringLiteral("^[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}$"));
     QVERIFY2(canonical.match(first->uid()).hasMatch(), qPrintable(first->uid()));
     QVERIFY(first->uid() != second->uid());
     QCOMPARE(first->createdAt(), m_clock.now());
@@ -147,7 +147,7 @@ void TestActivity::tasksStrSortsCaseSensitively()
 {
     ActivityPtr activity = m_context->insertActivity();
     QList<TaskPtr> tasks;
-    for (const QString &name : {u"b"_s, u"B"_s, u"a"_s, u"b"_s}) {
+    for (const QString &name : { u"b"_s, u"B"_s, u"a"_s, u"b"_s }) {
         TaskPtr task = m_context->insertTask();
         task->setName(name);
         tasks.append(task);
@@ -208,15 +208,23 @@ void TestActivity::saveLinksProjectAndTasksFromText_data()
     QTest::addColumn<QStringList>("tasks");
     QTest::addColumn<bool>("sameTaskObjects");
 
-    QTest::newRow("no project clears it") << "@Acme #x work" << "#x work" << QString() << QStringList{u"x"_s} << true;
-    QTest::newRow("no task clears them") << "@Acme #x work" << "@Acme work" << "Acme" << QStringList{} << false;
-    QTest::newRow("task in other case keeps the set")
-        << "@Acme #Design x" << "@Acme #design x" << "Acme" << QStringList{u"Design"_s} << true;
-    QTest::newRow("added task rebuilds the set")
-        << "@Acme #design" << "@Acme #design #review" << "Acme" << QStringList{u"design"_s, u"review"_s} << false;
-    QTest::newRow("removed task rebuilds the set")
-        << "@Acme #design #review" << "@Acme #review" << "Acme" << QStringList{u"review"_s} << false;
-    QTest::newRow("other project") << "@Acme x" << "@Globex x" << "Globex" << QStringList{} << false;
+    QTest::newRow("no project clears it") << "@Acme #x work"
+                                          << "#x work" << QString() << QStringList { u"x"_s } << true;
+    QTest::newRow("no task clears them") << "@Acme #x work"
+                                         << "@Acme work"
+                                         << "Acme" << QStringList {} << false;
+    QTest::newRow("task in other case keeps the set") << "@Acme #Design x"
+                                                      << "@Acme #design x"
+                                                      << "Acme" << QStringList { u"Design"_s } << true;
+    QTest::newRow("added task rebuilds the set") << "@Acme #design"
+                                                 << "@Acme #design #review"
+                                                 << "Acme" << QStringList { u"design"_s, u"review"_s } << false;
+    QTest::newRow("removed task rebuilds the set") << "@Acme #design #review"
+                                                   << "@Acme #review"
+                                                   << "Acme" << QStringList { u"review"_s } << false;
+    QTest::newRow("other project") << "@Acme x"
+                                   << "@Globex x"
+                                   << "Globex" << QStringList {} << false;
 }
 
 void TestActivity::saveLinksProjectAndTasksFromText()
@@ -289,7 +297,9 @@ void TestActivity::newProjectsGetNextPositionOnlyWhenOrdered()
     StoreOptions options;
     options.applicationFilesDirectory = m_home->applicationFilesDirectory();
     options.clock = &m_clock;
-    options.settings = &settings;
+    options.sidebarOrderedByHand = [&settings](bool tasks) {
+        return tasks ? settings.reportSidebarTasksOrdered() : settings.reportSidebarProjectsOrdered();
+    };
     auto ordered = Store::open(options);
     QVERIFY(ordered);
     auto context = (*ordered)->newContext();
@@ -361,13 +371,19 @@ void TestActivity::revisionPrefix_data()
     QTest::addColumn<QString>("prefix");
     QTest::addColumn<bool>("result");
 
-    QTest::newRow("matching family") << "x:abc" << "x" << true;
-    QTest::newRow("other family") << "y:abc" << "x" << false;
-    QTest::newRow("no colon") << "abc" << "abc" << false;
-    QTest::newRow("first colon counts") << "x:y:z" << "x:y" << false;
-    QTest::newRow("empty family") << ":abc" << "" << true;
+    QTest::newRow("matching family") << "x:abc"
+                                     << "x" << true;
+    QTest::newRow("other family") << "y:abc"
+                                  << "x" << false;
+    QTest::newRow("no colon") << "abc"
+                              << "abc" << false;
+    QTest::newRow("first colon counts") << "x:y:z"
+                                        << "x:y" << false;
+    QTest::newRow("empty family") << ":abc"
+                                  << "" << true;
     QTest::newRow("null prefix") << "x:abc" << QString() << false;
-    QTest::newRow("prefix is longer") << "x:abc" << "xx" << false;
+    QTest::newRow("prefix is longer") << "x:abc"
+                                      << "xx" << false;
 }
 
 void TestActivity::revisionPrefix()

@@ -106,10 +106,13 @@ void TestStore::refusesUnusableFiles_data()
     QTest::addColumn<int>("code");
     QTest::addColumn<QString>("text");
 
-    QTest::newRow("db is a file") << "dbfile" << "YOUR_ERROR_DOMAIN" << 101
+    QTest::newRow("db is a file") << "dbfile"
+                                  << "YOUR_ERROR_DOMAIN" << 101
                                   << "Expected a folder to store application data, found a file (%1).";
-    QTest::newRow("store is not a database") << "garbage" << "NSSQLiteErrorDomain" << 26 << QString();
-    QTest::newRow("store from a newer version") << "newer" << "NSCocoaErrorDomain" << 134100 << QString();
+    QTest::newRow("store is not a database") << "garbage"
+                                             << "NSSQLiteErrorDomain" << 26 << QString();
+    QTest::newRow("store from a newer version") << "newer"
+                                                << "NSCocoaErrorDomain" << 134100 << QString();
 }
 
 void TestStore::refusesUnusableFiles()
@@ -289,7 +292,7 @@ void TestStore::everyCommittedActivitySurvivesAKill()
     // The writer saves one activity per transaction and prints its uid once the commit returned.
     QProcess writer;
     writer.setProcessChannelMode(QProcess::SeparateChannels);
-    writer.start(QStringLiteral(BRIMVALE_STORE_WRITER), {m_home->applicationFilesDirectory()});
+    writer.start(QStringLiteral(BRIMVALE_STORE_WRITER), { m_home->applicationFilesDirectory() });
     QVERIFY(writer.waitForStarted());
     QStringList committed;
     QDeadlineTimer deadline(30000);

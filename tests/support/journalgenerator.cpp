@@ -13,7 +13,7 @@ quint32 mix(quint32 x)
     return x;
 }
 
-const char *const kWords[] = {"review", "mock-ups", "call", "planning", "fixes", "notes", "design", "research"};
+const char *const kWords[] = { "review", "mock-ups", "call", "planning", "fixes", "notes", "design", "research" };
 
 } // namespace
 
@@ -23,8 +23,7 @@ JournalGenerator::JournalGenerator(int count, int years, int projects, int tasks
     , m_tasks(tasks)
     , m_start(QDateTime(QDate(2015, 1, 1), QTime(8, 0)).toUTC())
     , m_stepSecs(qint64(years) * 365 * 86400 / qMax(1, count))
-{
-}
+{ }
 
 QString JournalGenerator::text(int i) const
 {

@@ -25,3 +25,9 @@ QDateTime LocalZone::toLocal(const QDateTime &instant)
     // Without a usable zone database Qt still knows the C library's idea of local time.
     return zone.isValid() ? instant.toTimeZone(zone) : instant.toLocalTime();
 }
+
+QDateTime LocalZone::fromLocal(QDate date, QTime time)
+{
+    const QTimeZone zone = current();
+    return zone.isValid() ? QDateTime(date, time, zone) : QDateTime(date, time, Qt::LocalTime);
+}

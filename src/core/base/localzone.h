@@ -12,4 +12,6 @@ public:
     static QTimeZone current();
     // `instant` in the user's zone.
     static QDateTime toLocal(const QDateTime &instant);
+    // The instant at which the user's wall clock shows `date` and `time`.
+    static QDateTime fromLocal(QDate date, QTime time);
 };

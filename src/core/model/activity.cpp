@@ -149,8 +149,7 @@ std::expected<void, BvError> Activity::validateActivity(const std::optional<BvEr
         return {};
     }
     BvError error(QString::fromLatin1(BvErrorDomain::ActivityDuration), ActivityErrors::DurationCode,
-                  QString::fromLatin1(ActivityErrors::DurationReason),
-                  QString::fromLatin1(ActivityErrors::DurationReason));
+        QString::fromLatin1(ActivityErrors::DurationReason), QString::fromLatin1(ActivityErrors::DurationReason));
     if (earlier)
         return std::unexpected(errorFromOriginalError(*earlier, error));
     return std::unexpected(error);
@@ -160,7 +159,7 @@ BvError Activity::errorFromOriginalError(const BvError &original, const BvError 
 {
     QList<BvError> details;
     BvError combined(QString::fromLatin1(BvErrorDomain::Cocoa), ActivityErrors::MultipleErrorsCode,
-                     QStringLiteral("Multiple validation errors occurred."));
+        QStringLiteral("Multiple validation errors occurred."));
     if (original.code() == ActivityErrors::MultipleErrorsCode
         && original.domain() == QLatin1String(BvErrorDomain::Cocoa)) {
         details = original.detailedErrors();
@@ -199,7 +198,7 @@ void Activity::willSave(StoreContext &context)
         for (const QString &name : taskNames)
             folded.append(name.toLower());
         const bool same = std::all_of(m_tasks.cbegin(), m_tasks.cend(),
-                                      [&](const TaskPtr &task) { return folded.contains(task->name().toLower()); });
+            [&](const TaskPtr &task) { return folded.contains(task->name().toLower()); });
         if (same)
             return;
     }

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include <QDateTime>
+#include <QList>
 #include <QString>
 
 // Which activities a StoreContext fetch returns. Conditions that are set all apply.
@@ -19,6 +20,12 @@ struct ActivityQuery
     std::optional<int> yearMonth;
     std::optional<bool> isInvoiced;
     std::optional<QString> uid;
+    // The project is one of these (row ids); an empty list matches no activity.
+    std::optional<QList<qint64>> projectIds;
+    // At least one task is one of these (row ids); an empty list matches no activity.
+    std::optional<QList<qint64>> taskIds;
+    // The text matches this pattern regardless of case, "*" and "?" acting as wildcards (see LikePattern).
+    std::optional<QString> textLike;
     Order order = Order::Unordered;
     // At most this many rows; 0 for all.
     int limit = 0;

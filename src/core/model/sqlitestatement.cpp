@@ -24,7 +24,7 @@ std::expected<void, BvError> SqliteStatement::prepare(sqlite3 *db, const QString
     m_db = db;
     if (!db)
         return std::unexpected(BvError(QStringLiteral("NSSQLiteErrorDomain"), SQLITE_MISUSE,
-                                       QStringLiteral("The store connection is not an SQLite connection.")));
+            QStringLiteral("The store connection is not an SQLite connection.")));
     if (m_statement) {
         sqlite3_finalize(m_statement);
         m_statement = nullptr;
@@ -54,8 +54,7 @@ void SqliteStatement::bindText(int index, const QString &value)
         sqlite3_bind_null(m_statement, index);
         return;
     }
-    sqlite3_bind_text16(m_statement, index, value.utf16(), int(value.size() * sizeof(char16_t)),
-                        SQLITE_TRANSIENT);
+    sqlite3_bind_text16(m_statement, index, value.utf16(), int(value.size() * sizeof(char16_t)), SQLITE_TRANSIENT);
 }
 
 void SqliteStatement::bindNull(int index)

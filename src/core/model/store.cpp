@@ -20,7 +20,7 @@ namespace {
 const auto kDbFolder = QStringLiteral("db");
 const auto kStoreFile = QStringLiteral("storedata");
 
-std::atomic<quint64> s_storeSerial{0};
+std::atomic<quint64> s_storeSerial { 0 };
 
 } // namespace
 
@@ -32,13 +32,14 @@ QString Store::applicationFilesDirectory()
 
 std::expected<std::unique_ptr<Store>, BvError> Store::open(const StoreOptions &options)
 {
-    const QString base = options.applicationFilesDirectory.isEmpty() ? applicationFilesDirectory()
-                                                                       : options.applicationFilesDirectory;
+    const QString base
+        = options.applicationFilesDirectory.isEmpty() ? applicationFilesDirectory() : options.applicationFilesDirectory;
     const QString dbDir = QDir(base).filePath(kDbFolder);
     const QFileInfo dbInfo(dbDir);
     if (!dbInfo.exists()) {
         if (!QDir().mkpath(dbDir)) {
-            const BvError error = StoreErrors::folderUnusable(dbDir, QStringLiteral("Permission denied or no space left."));
+            const BvError error
+                = StoreErrors::folderUnusable(dbDir, QStringLiteral("Permission denied or no space left."));
             qCCritical(lcStore).noquote() << error.description();
             return std::unexpected(error);
         }
@@ -64,7 +65,7 @@ std::expected<std::unique_ptr<Store>, BvError> Store::open(const StoreOptions &o
 Store::Store(const QString &path, const StoreOptions &options)
     : m_path(path)
     , m_clock(options.clock ? options.clock : Clock::system())
-    , m_settings(options.settings)
+    , m_sidebarOrderedByHand(options.sidebarOrderedByHand)
     , m_connectionPrefix(QStringLiteral("brimvale-store-%1-").arg(++s_storeSerial))
 {
     m_watchTimer.callOnTimeout(this, [this] { checkForExternalChanges(); });
@@ -111,16 +112,19 @@ std::expected<QSqlDatabase, BvError> Store::database()
     }
     // A worker thread's connection goes with the thread: SQLite connections must not cross threads.
     if (thread != this->thread()) {
-        QObject::connect(thread, &QThread::finished, thread, [this, thread, name] {
-            {
-                QMutexLocker lock(&m_mutex);
-                if (m_connections.value(thread) != name)
-                    return;
-                m_connections.remove(thread);
-            }
-            QSqlDatabase::database(name, false).close();
-            QSqlDatabase::removeDatabase(name);
-        }, Qt::DirectConnection);
+        QObject::connect(
+            thread, &QThread::finished, thread,
+            [this, thread, name] {
+                {
+                    QMutexLocker lock(&m_mutex);
+                    if (m_connections.value(thread) != name)
+                        return;
+                    m_connections.remove(thread);
+                }
+                QSqlDatabase::database(name, false).close();
+                QSqlDatabase::removeDatabase(name);
+            },
+            Qt::DirectConnection);
     }
     return db;
 }
@@ -135,9 +139,10 @@ std::expected<QSqlDatabase, BvError> Store::openConnection(const QString &name)
     QSqlQuery query(db);
     // WAL lets the command line write while the app reads; FULL makes every commit survive a power cut,
     // not only a crash; the foreign keys keep tasks and activities linked consistently. A 16 MB page
-    // cache keeps a large import or sync in memory until its commit instead of spilling it half-way.
-    for (const auto *pragma : {"PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON",
-                               "PRAGMA cache_size = -16384"}) {
+    // cache keeps a large import or sync in memory until its commit instead of spilling it half-way, and
+    // statement journals stay in memory rather than in a temporary file per statement.
+    for (const auto *pragma : { "PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON",
+             "PRAGMA cache_size = -16384", "PRAGMA temp_store = MEMORY" }) {
         if (!query.exec(QString::fromLatin1(pragma))) {
             const BvError error = StoreErrors::fromSql(query.lastError());
             db.close();
@@ -149,7 +154,7 @@ std::expected<QSqlDatabase, BvError> Store::openConnection(const QString &name)
     if (!query.next() || query.value(0).toString().compare(QLatin1String("wal"), Qt::CaseInsensitive) != 0) {
         db.close();
         return std::unexpected(BvError(QStringLiteral("NSSQLiteErrorDomain"), 26,
-                                       QStringLiteral("The store file could not be opened in WAL mode.")));
+            QStringLiteral("The store file could not be opened in WAL mode.")));
     }
     return db;
 }
@@ -161,8 +166,8 @@ std::expected<void, BvError> Store::prepareSchema(bool skipMigrations)
         return std::unexpected(db.error());
     std::expected<int, BvError> version = StoreSchema::storedVersion(*db);
     if (!version) {
-        qCCritical(lcStore).noquote()
-            << QStringLiteral("Error occurred while adding store coordinator: %1; %2").arg(m_path, version.error().message());
+        qCCritical(lcStore).noquote() << QStringLiteral("Error occurred while adding store coordinator: %1; %2")
+                                             .arg(m_path, version.error().message());
         return std::unexpected(version.error());
     }
     if (skipMigrations)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <expected>
+#include <functional>
 #include <memory>
 
 #include <QHash>
@@ -11,7 +12,6 @@
 
 #include "base/bverror.h"
 
-class BvSettings;
 class Clock;
 class QThread;
 class StoreContext;
@@ -24,8 +24,9 @@ struct StoreOptions
     bool skipMigrations = false;
     // Where insertion and deletion times come from; the system clock when none.
     Clock *clock = nullptr;
-    // Supplies whether projects and tasks are ordered by hand in the sidebar; never ordered when none.
-    BvSettings *settings = nullptr;
+    // Whether the user orders projects (false) or tasks (true) by hand in the report sidebar, which gives
+    // each new one the next position; never when unset.
+    std::function<bool(bool tasks)> sidebarOrderedByHand;
 };
 
 // The one SQLite file that holds the journal, opened in WAL mode with one connection per thread.
@@ -55,7 +56,7 @@ public:
 
     QString storePath() const { return m_path; }
     Clock *clock() const { return m_clock; }
-    BvSettings *settings() const { return m_settings; }
+    bool sidebarOrderedByHand(bool tasks) const { return m_sidebarOrderedByHand && m_sidebarOrderedByHand(tasks); }
 
     // The calling thread's connection, opened on first use and closed when the thread ends.
     std::expected<QSqlDatabase, BvError> database();
@@ -81,7 +82,7 @@ private:
 
     QString m_path;
     Clock *m_clock = nullptr;
-    BvSettings *m_settings = nullptr;
+    std::function<bool(bool tasks)> m_sidebarOrderedByHand;
     QString m_connectionPrefix;
     QMutex m_mutex;
     QHash<QThread *, QString> m_connections;

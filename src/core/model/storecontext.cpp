@@ -10,9 +10,9 @@
 
 #include "base/clock.h"
 #include "base/logging.h"
+#include "model/likepattern.h"
 #include "model/sqlitestatement.h"
 #include "model/storeerrors.h"
-#include "settings/bvsettings.h"
 
 namespace {
 
@@ -73,6 +73,19 @@ Where whereClause(const ActivityQuery &query)
         add("a.is_invoiced = ?", *query.isInvoiced ? 1 : 0);
     if (query.uid)
         add("a.uid = ?", *query.uid);
+    auto idList = [](const QList<qint64> &ids) {
+        QStringList numbers;
+        numbers.reserve(ids.size());
+        for (qint64 id : ids)
+            numbers.append(QString::number(id));
+        return numbers.isEmpty() ? QStringLiteral("NULL") : numbers.join(QLatin1Char(','));
+    };
+    if (query.projectIds)
+        conditions.append(QStringLiteral("a.project_id IN (%1)").arg(idList(*query.projectIds)));
+    if (query.taskIds)
+        conditions.append(QStringLiteral("EXISTS (SELECT 1 FROM activity_tasks t WHERE t.activity_id = a.id "
+                                         "AND t.task_id IN (%1))")
+                              .arg(idList(*query.taskIds)));
     if (!conditions.isEmpty())
         where.sql = QStringLiteral(" WHERE ") + conditions.join(QStringLiteral(" AND "));
     return where;
@@ -91,7 +104,8 @@ QString orderAndLimit(const ActivityQuery &query)
         tail = QStringLiteral(" ORDER BY a.time_from DESC, a.id DESC");
         break;
     }
-    if (query.limit > 0)
+    // With a text pattern the limit applies after matching, which happens outside SQL.
+    if (query.limit > 0 && !query.textLike)
         tail += QStringLiteral(" LIMIT %1").arg(query.limit);
     return tail;
 }
@@ -122,8 +136,7 @@ bool prepareAndBind(QSqlQuery &query, const QString &sql, const QVariantList &bi
 
 StoreContext::StoreContext(Store &store)
     : m_store(store)
-{
-}
+{ }
 
 StoreContext::~StoreContext()
 {
@@ -135,7 +148,7 @@ StoreContext::~StoreContext()
     }
     for (const ActivityPtr &activity : m_pendingActivities)
         activity->m_context = nullptr;
-    for (ItemIndex *items : {&m_projects, &m_tasks}) {
+    for (ItemIndex *items : { &m_projects, &m_tasks }) {
         for (const auto &item : std::as_const(items->byId))
             item->m_context = nullptr;
         for (const auto &item : items->inserted)
@@ -275,7 +288,7 @@ std::expected<void, BvError> StoreContext::loadItems(bool reload)
     std::expected<QSqlDatabase, BvError> db = m_store.database();
     if (!db)
         return std::unexpected(db.error());
-    for (const bool tasks : {false, true}) {
+    for (const bool tasks : { false, true }) {
         ItemIndex &items = index(tasks);
         QSqlQuery query(*db);
         query.setForwardOnly(true);
@@ -296,8 +309,8 @@ std::expected<void, BvError> StoreContext::loadItems(bool reload)
             }
             if (!item->m_pending) {
                 item->m_name = query.value(1).toString();
-                item->m_position = query.value(2).isNull() ? std::nullopt
-                                                            : std::optional<qint64>(query.value(2).toLongLong());
+                item->m_position
+                    = query.value(2).isNull() ? std::nullopt : std::optional<qint64>(query.value(2).toLongLong());
                 item->m_visible = query.value(3).toBool();
             }
             seen.insert(id, item);
@@ -383,10 +396,7 @@ TaskPtr StoreContext::findTask(const QString &name)
 
 bool StoreContext::sidebarOrderedByHand(bool tasks) const
 {
-    BvSettings *settings = m_store.settings();
-    if (!settings)
-        return false;
-    return tasks ? settings->reportSidebarTasksOrdered() : settings->reportSidebarProjectsOrdered();
+    return m_store.sidebarOrderedByHand(tasks);
 }
 
 std::optional<qint64> StoreContext::highestSidebarPosition(bool tasks)
@@ -404,6 +414,79 @@ std::optional<qint64> StoreContext::highestSidebarPosition(bool tasks)
     for (const auto &item : items.inserted)
         consider(item);
     return highest;
+}
+
+std::shared_ptr<SidebarItem> StoreContext::item(qint64 id, bool task)
+{
+    if (std::shared_ptr<SidebarItem> found = index(task).byId.value(id))
+        return found;
+    // Another context or process made it since this one loaded its projects and tasks.
+    if (std::expected<void, BvError> reloaded = loadItems(true); !reloaded)
+        return nullptr;
+    return index(task).byId.value(id);
+}
+
+std::expected<QStringList, BvError> StoreContext::fetchDistinctTexts(TextOrder order, bool onlyNotInvoiced, int limit)
+{
+    std::expected<QSqlDatabase, BvError> db = m_store.database();
+    if (!db)
+        return std::unexpected(db.error());
+    const QString filter = onlyNotInvoiced ? QStringLiteral(" AND is_invoiced = 0") : QString();
+    QStringList texts;
+    SqliteStatement rows;
+    if (order == TextOrder::TextDescending) {
+        if (auto prepared = rows.prepare(SqliteStatement::handle(*db),
+                QStringLiteral("SELECT DISTINCT text FROM activities WHERE text IS NOT NULL") + filter
+                    + QStringLiteral(" ORDER BY text DESC LIMIT %1").arg(limit));
+            !prepared)
+            return std::unexpected(prepared.error());
+        while (rows.next())
+            texts.append(rows.text(0));
+    } else {
+        // Walks the start index from the newest activity and stops once enough distinct texts are seen,
+        // so the usual case reads a handful of rows however large the journal is.
+        if (auto prepared = rows.prepare(SqliteStatement::handle(*db),
+                QStringLiteral("SELECT text FROM activities WHERE text IS NOT NULL") + filter
+                    + QStringLiteral(" ORDER BY time_from DESC"));
+            !prepared)
+            return std::unexpected(prepared.error());
+        QSet<QString> seen;
+        while (texts.size() < limit && rows.next()) {
+            QString text = rows.text(0);
+            if (!seen.contains(text)) {
+                seen.insert(text);
+                texts.append(std::move(text));
+            }
+        }
+    }
+    if (rows.failed())
+        return std::unexpected(rows.error());
+    return texts;
+}
+
+std::expected<QList<StoreContext::ItemTotal>, BvError> StoreContext::itemTotals(bool tasks)
+{
+    std::expected<QSqlDatabase, BvError> db = m_store.database();
+    if (!db)
+        return std::unexpected(db.error());
+    // Each duration truncates both instants to whole seconds, as an activity's own duration does.
+    const QString sql = tasks
+        ? QStringLiteral("SELECT t.name, COUNT(a.id), COALESCE(SUM(a.time_to / 1000 - a.time_from / 1000), 0) "
+                         "FROM tasks t LEFT JOIN activity_tasks l ON l.task_id = t.id "
+                         "LEFT JOIN activities a ON a.id = l.activity_id GROUP BY t.id")
+        : QStringLiteral("SELECT p.name, COUNT(a.id), COALESCE(SUM(a.time_to / 1000 - a.time_from / 1000), 0) "
+                         "FROM projects p LEFT JOIN activities a ON a.project_id = p.id GROUP BY p.id");
+    SqliteStatement rows;
+    if (auto prepared = rows.prepare(SqliteStatement::handle(*db), sql); !prepared)
+        return std::unexpected(prepared.error());
+    QList<ItemTotal> totals;
+    while (rows.next())
+        totals.append(ItemTotal { rows.text(0), rows.int64(1), rows.int64(2) });
+    if (rows.failed())
+        return std::unexpected(rows.error());
+    std::sort(totals.begin(), totals.end(),
+        [](const ItemTotal &a, const ItemTotal &b) { return a.name.compare(b.name, Qt::CaseInsensitive) < 0; });
+    return totals;
 }
 
 ActivityPtr StoreContext::activityFromRow(const SqliteStatement &row)
@@ -426,16 +509,14 @@ ActivityPtr StoreContext::activityFromRow(const SqliteStatement &row)
     activity->m_modifiedAt = row.instant(6);
     activity->m_isInvoiced = row.int64(7) != 0;
     activity->m_yearMonth = int(row.int64(8));
-    activity->m_project = row.isNull(9) ? ProjectPtr()
-                                        : std::static_pointer_cast<Project>(m_projects.byId.value(row.int64(9)));
+    activity->m_project = row.isNull(9) ? ProjectPtr() : std::static_pointer_cast<Project>(item(row.int64(9), false));
     activity->m_tasks.clear();
     activity->calculateDuration();
     return activity;
 }
 
 std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivityRows(const QString &where,
-                                                                           const QVariantList &binds,
-                                                                           const QString &tail)
+    const QVariantList &binds, const QString &tail, const std::optional<QString> &textLike, int limit)
 {
     if (std::expected<void, BvError> loaded = loadItems(); !loaded)
         return std::unexpected(loaded.error());
@@ -452,41 +533,85 @@ std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivityRows(const
     if (std::expected<void, BvError> prepared = rows.prepare(handle, sql); !prepared)
         return std::unexpected(prepared.error());
     bindAll(rows, binds);
+    const std::optional<LikePattern> pattern
+        = textLike ? std::optional<LikePattern>(LikePattern(*textLike)) : std::nullopt;
     QList<ActivityPtr> result;
-    QHash<qint64, Activity *> needTasks;
+    std::vector<std::pair<qint64, Activity *>> needTasks;
     while (rows.next()) {
+        if (pattern && !pattern->matches(rows.text(2)))
+            continue;
+        if (limit > 0 && result.size() >= limit)
+            break;
         ActivityPtr activity = activityFromRow(rows);
         if (!activity->m_pending)
-            needTasks.insert(activity->m_id, activity.get());
+            needTasks.emplace_back(activity->m_id, activity.get());
         result.append(std::move(activity));
     }
     if (rows.failed())
         return std::unexpected(rows.error());
-    if (needTasks.isEmpty())
+    if (needTasks.empty())
         return result;
+
+    // Row ids are dense, so a plain vector finds the activity of a link row faster than a hash when the
+    // fetch covers most of the journal.
+    qint64 highestId = 0;
+    for (const auto &[id, activity] : needTasks)
+        highestId = qMax(highestId, id);
+    std::vector<Activity *> byId;
+    QHash<qint64, Activity *> sparse;
+    if (highestId < 4 * qint64(needTasks.size()) + 1024) {
+        byId.assign(std::size_t(highestId) + 1, nullptr);
+        for (const auto &[id, activity] : needTasks)
+            byId[std::size_t(id)] = activity;
+    } else {
+        sparse.reserve(qsizetype(needTasks.size()));
+        for (const auto &[id, activity] : needTasks)
+            sparse.insert(id, activity);
+    }
+    QHash<qint64, TaskPtr> tasksById;
+    tasksById.reserve(m_tasks.byId.size());
+    for (auto it = m_tasks.byId.cbegin(); it != m_tasks.byId.cend(); ++it)
+        tasksById.insert(it.key(), std::static_pointer_cast<Task>(it.value()));
 
     SqliteStatement links;
     auto linkAll = [&]() -> std::expected<void, BvError> {
         while (links.next()) {
-            if (Activity *activity = needTasks.value(links.int64(0))) {
-                if (auto task = m_tasks.byId.value(links.int64(1)))
-                    activity->m_tasks.append(std::static_pointer_cast<Task>(task));
+            const qint64 activityId = links.int64(0);
+            Activity *activity = nullptr;
+            if (!byId.empty())
+                activity
+                    = activityId >= 0 && activityId < qint64(byId.size()) ? byId[std::size_t(activityId)] : nullptr;
+            else
+                activity = sparse.value(activityId);
+            if (!activity)
+                continue;
+            const qint64 taskId = links.int64(1);
+            TaskPtr task = tasksById.value(taskId);
+            if (!task) {
+                task = std::static_pointer_cast<Task>(item(taskId, true));
+                if (task)
+                    tasksById.insert(taskId, task);
             }
+            if (task)
+                activity->m_tasks.append(std::move(task));
         }
         if (links.failed())
             return std::unexpected(links.error());
         return {};
     };
-    if (needTasks.size() > kScanTaskLinksAbove) {
-        if (std::expected<void, BvError> prepared =
-                links.prepare(handle, QStringLiteral("SELECT activity_id, task_id FROM activity_tasks"));
+    if (qsizetype(needTasks.size()) > kScanTaskLinksAbove) {
+        if (std::expected<void, BvError> prepared
+            = links.prepare(handle, QStringLiteral("SELECT activity_id, task_id FROM activity_tasks"));
             !prepared)
             return std::unexpected(prepared.error());
         if (std::expected<void, BvError> linked = linkAll(); !linked)
             return std::unexpected(linked.error());
         return result;
     }
-    const QList<qint64> ids = needTasks.keys();
+    QList<qint64> ids;
+    ids.reserve(qsizetype(needTasks.size()));
+    for (const auto &[id, activity] : needTasks)
+        ids.append(id);
     for (qsizetype start = 0; start < ids.size(); start += kIdsPerStatement) {
         const QList<qint64> chunk = ids.mid(start, kIdsPerStatement);
         const QStringList marks(chunk.size(), QStringLiteral("?"));
@@ -505,7 +630,7 @@ std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivityRows(const
 std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivities(const ActivityQuery &query)
 {
     const Where where = whereClause(query);
-    return fetchActivityRows(where.sql, where.binds, orderAndLimit(query));
+    return fetchActivityRows(where.sql, where.binds, orderAndLimit(query), query.textLike, query.limit);
 }
 
 std::expected<ActivityPtr, BvError> StoreContext::activityWithUid(const QString &uid)
@@ -525,6 +650,21 @@ std::expected<qint64, BvError> StoreContext::countActivities(const ActivityQuery
     if (!db)
         return std::unexpected(db.error());
     const Where where = whereClause(query);
+    if (query.textLike) {
+        SqliteStatement texts;
+        if (auto prepared = texts.prepare(
+                SqliteStatement::handle(*db), QStringLiteral("SELECT a.text FROM activities a") + where.sql);
+            !prepared)
+            return std::unexpected(prepared.error());
+        bindAll(texts, where.binds);
+        const LikePattern pattern(*query.textLike);
+        qint64 count = 0;
+        while (texts.next())
+            count += pattern.matches(texts.text(0)) ? 1 : 0;
+        if (texts.failed())
+            return std::unexpected(texts.error());
+        return count;
+    }
     QSqlQuery sql(*db);
     if (!prepareAndBind(sql, QStringLiteral("SELECT COUNT(*) FROM activities a") + where.sql, where.binds)
         || !sql.exec() || !sql.next())
@@ -532,8 +672,8 @@ std::expected<qint64, BvError> StoreContext::countActivities(const ActivityQuery
     return sql.value(0).toLongLong();
 }
 
-std::expected<QList<DeletedActivityPtr>, BvError>
-StoreContext::fetchDeletedActivities(const std::optional<QString> &uid, const std::optional<bool> &isSynced)
+std::expected<QList<DeletedActivityPtr>, BvError> StoreContext::fetchDeletedActivities(
+    const std::optional<QString> &uid, const std::optional<bool> &isSynced)
 {
     std::expected<QSqlDatabase, BvError> db = m_store.database();
     if (!db)
@@ -671,12 +811,12 @@ std::expected<void, BvError> StoreContext::writeChanges(const QSqlDatabase &db, 
         return query.exec();
     };
 
-    for (const bool tasks : {false, true}) {
+    for (const bool tasks : { false, true }) {
         const QString table = tasks ? QStringLiteral("tasks") : QStringLiteral("projects");
         QSqlQuery insert(db);
         QSqlQuery update(db);
-        if (!insert.prepare(QStringLiteral("INSERT INTO %1 (name, name_key, position, visible) VALUES (?, ?, ?, ?)")
-                                .arg(table))
+        if (!insert.prepare(
+                QStringLiteral("INSERT INTO %1 (name, name_key, position, visible) VALUES (?, ?, ?, ?)").arg(table))
             || !update.prepare(
                 QStringLiteral("UPDATE %1 SET name = ?, name_key = ?, position = ?, visible = ? WHERE id = ?")
                     .arg(table)))
@@ -684,14 +824,14 @@ std::expected<void, BvError> StoreContext::writeChanges(const QSqlDatabase &db, 
         for (const auto &item : m_pendingItems) {
             if (item->isTask() != tasks)
                 continue;
-            const QVariantList values{item->m_name, nameKey(item->m_name), optionalInteger(item->m_position),
-                                      item->m_visible ? 1 : 0};
+            const QVariantList values { item->m_name, nameKey(item->m_name), optionalInteger(item->m_position),
+                item->m_visible ? 1 : 0 };
             if (item->m_id == 0) {
                 if (!run(insert, values))
                     return fail(insert);
                 item->m_id = insert.lastInsertId().toLongLong();
                 m_assignedIds.push_back(&item->m_id);
-            } else if (!run(update, values + QVariantList{item->m_id})) {
+            } else if (!run(update, values + QVariantList { item->m_id })) {
                 return fail(update);
             }
             written |= tasks ? Store::Entity::Task : Store::Entity::Project;
@@ -705,14 +845,16 @@ std::expected<void, BvError> StoreContext::writeChanges(const QSqlDatabase &db, 
     SqliteStatement clearTasks;
     SqliteStatement linkTask;
     for (auto [statement, sql] :
-         {std::pair{&insertActivity, "INSERT INTO activities (uid, text, time_from, time_to, created_at, modified_at, "
-                                     "is_invoiced, year_month, project_id) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)"},
-          std::pair{&updateActivity, "UPDATE activities SET uid = ?, text = ?, time_from = ?, time_to = ?, "
-                                     "created_at = ?, modified_at = ?, is_invoiced = ?, year_month = ?, "
-                                     "project_id = ? WHERE id = ?"},
-          std::pair{&deleteActivity, "DELETE FROM activities WHERE id = ?"},
-          std::pair{&clearTasks, "DELETE FROM activity_tasks WHERE activity_id = ?"},
-          std::pair{&linkTask, "INSERT OR IGNORE INTO activity_tasks (activity_id, task_id) VALUES (?, ?)"}}) {
+        { std::pair { &insertActivity,
+              "INSERT INTO activities (uid, text, time_from, time_to, created_at, modified_at, "
+              "is_invoiced, year_month, project_id) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)" },
+            std::pair { &updateActivity,
+                "UPDATE activities SET uid = ?, text = ?, time_from = ?, time_to = ?, "
+                "created_at = ?, modified_at = ?, is_invoiced = ?, year_month = ?, "
+                "project_id = ? WHERE id = ?" },
+            std::pair { &deleteActivity, "DELETE FROM activities WHERE id = ?" },
+            std::pair { &clearTasks, "DELETE FROM activity_tasks WHERE activity_id = ?" },
+            std::pair { &linkTask, "INSERT OR IGNORE INTO activity_tasks (activity_id, task_id) VALUES (?, ?)" } }) {
         if (std::expected<void, BvError> prepared = statement->prepare(handle, QString::fromLatin1(sql)); !prepared)
             return prepared;
     }
@@ -731,6 +873,7 @@ std::expected<void, BvError> StoreContext::writeChanges(const QSqlDatabase &db, 
             statement.bindNull(9);
     };
 
+    qint64 longestSpan = 0;
     for (const ActivityPtr &activity : m_pendingActivities) {
         if (activity->m_deleted) {
             if (activity->m_id == 0)
@@ -768,7 +911,18 @@ std::expected<void, BvError> StoreContext::writeChanges(const QSqlDatabase &db, 
                     return done;
             }
         }
+        longestSpan = qMax(longestSpan, activity->m_timeFrom.msecsTo(activity->m_timeTo));
         written |= Store::Entity::Activity;
+    }
+    if (longestSpan > 0) {
+        SqliteStatement raiseBound;
+        if (auto prepared
+            = raiseBound.prepare(handle, QStringLiteral("UPDATE activity_bounds SET max_span = MAX(max_span, ?)"));
+            !prepared)
+            return prepared;
+        raiseBound.bindInt64(1, longestSpan);
+        if (std::expected<void, BvError> done = raiseBound.execute(); !done)
+            return done;
     }
 
     QSqlQuery tombstones(db);
@@ -777,14 +931,14 @@ std::expected<void, BvError> StoreContext::writeChanges(const QSqlDatabase &db, 
         if (tombstone->m_deleted) {
             if (tombstone->m_id == 0)
                 continue;
-            ok = prepareAndBind(tombstones, QStringLiteral("DELETE FROM deleted_activities WHERE id = ?"),
-                                {tombstone->m_id})
+            ok = prepareAndBind(
+                     tombstones, QStringLiteral("DELETE FROM deleted_activities WHERE id = ?"), { tombstone->m_id })
                 && tombstones.exec();
         } else if (tombstone->m_id == 0) {
             ok = prepareAndBind(tombstones,
-                                QStringLiteral("INSERT INTO deleted_activities (uid, deleted_at, is_synced) "
-                                               "VALUES (?, ?, ?)"),
-                                {tombstone->m_uid, msecs(tombstone->m_deletedAt), tombstone->m_isSynced ? 1 : 0})
+                     QStringLiteral("INSERT INTO deleted_activities (uid, deleted_at, is_synced) "
+                                    "VALUES (?, ?, ?)"),
+                     { tombstone->m_uid, msecs(tombstone->m_deletedAt), tombstone->m_isSynced ? 1 : 0 })
                 && tombstones.exec();
             if (ok) {
                 tombstone->m_id = tombstones.lastInsertId().toLongLong();
@@ -792,10 +946,10 @@ std::expected<void, BvError> StoreContext::writeChanges(const QSqlDatabase &db, 
             }
         } else {
             ok = prepareAndBind(tombstones,
-                                QStringLiteral("UPDATE deleted_activities SET uid = ?, deleted_at = ?, is_synced = ? "
-                                               "WHERE id = ?"),
-                                {tombstone->m_uid, msecs(tombstone->m_deletedAt), tombstone->m_isSynced ? 1 : 0,
-                                 tombstone->m_id})
+                     QStringLiteral("UPDATE deleted_activities SET uid = ?, deleted_at = ?, is_synced = ? "
+                                    "WHERE id = ?"),
+                     { tombstone->m_uid, msecs(tombstone->m_deletedAt), tombstone->m_isSynced ? 1 : 0,
+                         tombstone->m_id })
                 && tombstones.exec();
         }
         if (!ok)
@@ -809,12 +963,12 @@ std::expected<void, BvError> StoreContext::writeChanges(const QSqlDatabase &db, 
         if (file->m_deleted) {
             if (file->m_id == 0)
                 continue;
-            ok = prepareAndBind(files, QStringLiteral("DELETE FROM sync_files WHERE id = ?"), {file->m_id})
+            ok = prepareAndBind(files, QStringLiteral("DELETE FROM sync_files WHERE id = ?"), { file->m_id })
                 && files.exec();
         } else if (file->m_id == 0) {
             ok = prepareAndBind(files,
-                                QStringLiteral("INSERT INTO sync_files (name, revision, activity_hash) VALUES (?, ?, ?)"),
-                                {file->m_name, file->m_revision, file->m_activityHash})
+                     QStringLiteral("INSERT INTO sync_files (name, revision, activity_hash) VALUES (?, ?, ?)"),
+                     { file->m_name, file->m_revision, file->m_activityHash })
                 && files.exec();
             if (ok) {
                 file->m_id = files.lastInsertId().toLongLong();
@@ -822,9 +976,9 @@ std::expected<void, BvError> StoreContext::writeChanges(const QSqlDatabase &db, 
             }
         } else {
             ok = prepareAndBind(files,
-                                QStringLiteral("UPDATE sync_files SET name = ?, revision = ?, activity_hash = ? "
-                                               "WHERE id = ?"),
-                                {file->m_name, file->m_revision, file->m_activityHash, file->m_id})
+                     QStringLiteral("UPDATE sync_files SET name = ?, revision = ?, activity_hash = ? "
+                                    "WHERE id = ?"),
+                     { file->m_name, file->m_revision, file->m_activityHash, file->m_id })
                 && files.exec();
         }
         if (!ok)
@@ -916,8 +1070,9 @@ void StoreContext::refreshObjects()
         QVariantList binds;
         for (qint64 id : chunk)
             binds.append(id);
-        std::expected<QList<ActivityPtr>, BvError> fetched = fetchActivityRows(
-            QStringLiteral(" WHERE a.id IN (") + marks.join(QLatin1Char(',')) + QLatin1Char(')'), binds, QString());
+        std::expected<QList<ActivityPtr>, BvError> fetched
+            = fetchActivityRows(QStringLiteral(" WHERE a.id IN (") + marks.join(QLatin1Char(',')) + QLatin1Char(')'),
+                binds, QString(), std::nullopt, 0);
         if (!fetched) {
             qCWarning(lcStore).noquote() << QStringLiteral("Refresh failed: %1").arg(fetched.error().message());
             return;

@@ -55,12 +55,23 @@ public:
     std::expected<ActivityPtr, BvError> activityWithUid(const QString &uid);
     // The number of stored activities that match; unsaved changes are not counted.
     std::expected<qint64, BvError> countActivities(const ActivityQuery &query = {});
+    // Distinct non-null texts of stored activities, newest first or in reverse text order, at most `limit`.
+    enum class TextOrder { NewestFirst, TextDescending };
+    std::expected<QStringList, BvError> fetchDistinctTexts(TextOrder order, bool onlyNotInvoiced, int limit);
+    // Every stored project (or task) with the number of its activities and their summed duration in
+    // seconds, sorted by name regardless of case.
+    struct ItemTotal
+    {
+        QString name;
+        qint64 activities = 0;
+        qint64 seconds = 0;
+    };
+    std::expected<QList<ItemTotal>, BvError> itemTotals(bool tasks);
     std::expected<QList<ProjectPtr>, BvError> projects();
     std::expected<QList<TaskPtr>, BvError> tasks();
     // Tombstones, by uid and/or synced state when given.
-    std::expected<QList<DeletedActivityPtr>, BvError>
-    fetchDeletedActivities(const std::optional<QString> &uid = std::nullopt,
-                           const std::optional<bool> &isSynced = std::nullopt);
+    std::expected<QList<DeletedActivityPtr>, BvError> fetchDeletedActivities(
+        const std::optional<QString> &uid = std::nullopt, const std::optional<bool> &isSynced = std::nullopt);
     // Month file records, by name when given.
     std::expected<QList<SyncFilePtr>, BvError> fetchSyncFiles(const std::optional<QString> &name = std::nullopt);
 
@@ -97,7 +108,8 @@ private:
     std::shared_ptr<SidebarItem> findItem(const QString &name, bool task);
     ItemIndex &index(bool tasks) { return tasks ? m_tasks : m_projects; }
     std::expected<QList<ActivityPtr>, BvError> fetchActivityRows(const QString &where, const QVariantList &binds,
-                                                                 const QString &tail);
+        const QString &tail, const std::optional<QString> &textLike, int limit);
+    std::shared_ptr<SidebarItem> item(qint64 id, bool task);
     ActivityPtr activityFromRow(const SqliteStatement &row);
     std::expected<void, BvError> writeChanges(const QSqlDatabase &db, Store::Entities &written);
     void discardFailedInserts();

@@ -38,19 +38,17 @@ const char *const kStatements[] = {
     "CREATE INDEX activities_time_from ON activities(time_from)",
     "CREATE INDEX activities_year_month ON activities(year_month)",
     "CREATE INDEX activities_project ON activities(project_id)",
+    "CREATE INDEX activities_text ON activities(text)",
     "CREATE TABLE activity_tasks ("
     " activity_id INTEGER NOT NULL REFERENCES activities(id) ON DELETE CASCADE,"
     " task_id INTEGER NOT NULL REFERENCES tasks(id) ON DELETE CASCADE,"
     " PRIMARY KEY (activity_id, task_id)) WITHOUT ROWID",
     "CREATE INDEX activity_tasks_task ON activity_tasks(task_id)",
-    // The longest span ever stored bounds overlap queries (see StoreContext). It only grows: a deleted or
-    // shortened activity leaves it as it was, which keeps the bound safe.
+    // The longest span ever stored bounds overlap queries (see StoreContext, which raises it in the same
+    // transaction as the activities it writes). It only grows: a deleted or shortened activity leaves it
+    // as it was, which keeps the bound safe.
     "CREATE TABLE activity_bounds (max_span INTEGER NOT NULL)",
     "INSERT INTO activity_bounds (max_span) VALUES (0)",
-    "CREATE TRIGGER activities_span_insert AFTER INSERT ON activities BEGIN"
-    " UPDATE activity_bounds SET max_span = MAX(max_span, NEW.time_to - NEW.time_from); END",
-    "CREATE TRIGGER activities_span_update AFTER UPDATE OF time_from, time_to ON activities BEGIN"
-    " UPDATE activity_bounds SET max_span = MAX(max_span, NEW.time_to - NEW.time_from); END",
     "CREATE TABLE deleted_activities ("
     " id INTEGER PRIMARY KEY,"
     " uid TEXT NOT NULL,"
@@ -88,8 +86,7 @@ std::expected<void, BvError> StoreSchema::create(QSqlDatabase &db)
             return std::unexpected(error);
         }
     }
-    if (!query.exec(QStringLiteral("PRAGMA user_version = %1").arg(Version))
-        || !query.exec(QStringLiteral("COMMIT"))) {
+    if (!query.exec(QStringLiteral("PRAGMA user_version = %1").arg(Version)) || !query.exec(QStringLiteral("COMMIT"))) {
         const BvError error = StoreErrors::fromSql(query.lastError());
         query.exec(QStringLiteral("ROLLBACK"));
         return std::unexpected(error);
