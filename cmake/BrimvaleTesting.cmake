@@ -1,12 +1,13 @@
 # One call registers one QtTest suite:
-#   bv_add_test(NAME testfoo SOURCES a.cpp LIBS brimvale-core LABELS core [TZ Europe/Berlin] [BUS] [E2E])
+#   bv_add_test(NAME testfoo SOURCES a.cpp LIBS brimvale-core LABELS core [TZ Europe/Berlin] [LOCALE en_US.UTF-8]
+#               [BUS] [E2E])
 # Every test runs through tests/support/isolated-env.sh, which gives it a fresh HOME and XDG folders, so no
 # test can touch the user's real data. BUS adds a private session bus; E2E adds Xvfb as well.
 set(BV_ISOLATE ${CMAKE_SOURCE_DIR}/tests/support/isolated-env.sh)
 set(BV_E2E_WRAPPER ${CMAKE_SOURCE_DIR}/tests/support/run-e2e.sh)
 
 function(bv_add_test)
-    cmake_parse_arguments(T "BUS;E2E" "NAME;TZ" "SOURCES;LIBS;LABELS" ${ARGN})
+    cmake_parse_arguments(T "BUS;E2E" "NAME;TZ;LOCALE" "SOURCES;LIBS;LABELS" ${ARGN})
     add_executable(${T_NAME} ${T_SOURCES})
     target_link_libraries(${T_NAME} PRIVATE brimvale-flags brimvale-test-support Qt6::Test ${T_LIBS})
     set(launcher ${BV_ISOLATE})
@@ -19,6 +20,9 @@ function(bv_add_test)
     set(env "QT_QPA_PLATFORM=offscreen" "BRIMVALE_SOURCE_DIR=${CMAKE_SOURCE_DIR}")
     if(T_TZ)
         list(APPEND env "TZ=${T_TZ}")
+    endif()
+    if(T_LOCALE)
+        list(APPEND env "LANG=${T_LOCALE}" "LC_ALL=${T_LOCALE}")
     endif()
     set_tests_properties(${T_NAME} PROPERTIES LABELS "${T_LABELS}" ENVIRONMENT "${env}")
 endfunction()

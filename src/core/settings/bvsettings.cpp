@@ -4,6 +4,7 @@
 #include <cctype>
 #include <charconv>
 #include <limits>
+#include <tuple>
 
 #include <QMutexLocker>
 
@@ -37,6 +38,8 @@ const auto DontHideMainWindowOnStartTracking = QStringLiteral("dontHideMainWindo
 const auto EndCurrentActivityOnTrack = QStringLiteral("endCurrentActivityOnTrack");
 const auto ReportWindowSidebar = QStringLiteral("reportWindowSidebar");
 const auto CsvFieldSeparator = QStringLiteral("csvFieldSeparator");
+const auto CsvRowFormat = QStringLiteral("csv_row_format");
+const auto XmlProperties = QStringLiteral("xml_properties");
 const auto DefaultActivityExportFormat = QStringLiteral("default_activity_export_format");
 const auto ReportSidebarProjectsVisible = QStringLiteral("report_sidebar_projects_visible");
 const auto ReportSidebarTasksVisible = QStringLiteral("report_sidebar_tasks_visible");
@@ -453,6 +456,82 @@ QString BvSettings::csvFieldSeparator() const
 void BvSettings::setCsvFieldSeparator(const QString &csvFieldSeparator)
 {
     writeString(csvFieldSeparator, Key::CsvFieldSeparator);
+}
+
+QList<CSVTokenField> BvSettings::getCSVFormat() const
+{
+    // A stored layout that cannot be read gives no columns rather than the default: the user chose a
+    // layout, and a silent switch to another one would go unnoticed in the exported files.
+    QList<CSVTokenField> format = m_defaults->objectForKey(Key::CsvRowFormat).isValid()
+        ? CSVTokenField::unarchive(m_defaults->stringForKey(Key::CsvRowFormat))
+        : getDefaultCSVFormat();
+    for (CSVTokenField &field : format)
+        field.tokenValue().setShowShortDescription(true);
+    return format;
+}
+
+void BvSettings::setCSVFormat(const QList<CSVTokenField> &csvFormat)
+{
+    m_defaults->setObject(CSVTokenField::archive(csvFormat), Key::CsvRowFormat);
+    m_defaults->synchronize();
+}
+
+QList<CSVTokenField> BvSettings::getXMLFormat() const
+{
+    QList<CSVTokenField> format = getDefaultXMLFormat();
+    if (m_defaults->objectForKey(Key::XmlProperties).isValid())
+        format += CSVTokenField::unarchive(m_defaults->stringForKey(Key::XmlProperties));
+    for (CSVTokenField &field : format)
+        field.tokenValue().setShowShortDescription(true);
+    return format;
+}
+
+void BvSettings::setXMLFormat(const QList<CSVTokenField> &xmlFormat)
+{
+    QList<CSVTokenField> stored;
+    stored.reserve(xmlFormat.size());
+    for (const CSVTokenField &field : xmlFormat) {
+        if (field.enabled())
+            stored.append(field);
+    }
+    m_defaults->setObject(CSVTokenField::archive(stored), Key::XmlProperties);
+    m_defaults->synchronize();
+}
+
+QList<CSVTokenField> BvSettings::getDefaultCSVFormat()
+{
+    const int mode = CSVTokenField::CSVMode;
+    return {
+        CSVTokenField::initWithActivityFieldMode(mode, ActivityTokenType::DateType, ActivityTokenValue::StartDateLocal),
+        CSVTokenField::initWithActivityFieldMode(mode, ActivityTokenType::DateType, ActivityTokenValue::StartTime),
+        CSVTokenField::initWithActivityFieldMode(
+            mode, ActivityTokenType::DurationType, ActivityTokenValue::DurationFormatted),
+        CSVTokenField::initWithActivityFieldMode(
+            mode, ActivityTokenType::ActivityType, ActivityTokenValue::ProjectName),
+        CSVTokenField::initWithActivityFieldMode(mode, ActivityTokenType::ActivityType, ActivityTokenValue::Text),
+        CSVTokenField::initWithActivityFieldMode(
+            mode, ActivityTokenType::ActivityType, ActivityTokenValue::InvoicedStatus),
+    };
+}
+
+QList<CSVTokenField> BvSettings::getDefaultXMLFormat()
+{
+    const std::tuple<int, int, QString> fixed[] = {
+        { ActivityTokenType::ActivityType, ActivityTokenValue::Uid, QStringLiteral("uid") },
+        { ActivityTokenType::ActivityType, ActivityTokenValue::InvoicedStatus, QStringLiteral("invoiced") },
+        { ActivityTokenType::DateType, ActivityTokenValue::StartDateTime, QStringLiteral("from") },
+        { ActivityTokenType::DateType, ActivityTokenValue::EndDateTime, QStringLiteral("to") },
+    };
+    QList<CSVTokenField> format;
+    format.reserve(std::size(fixed));
+    for (const auto &[type, value, name] : fixed) {
+        CSVTokenField field = CSVTokenField::initWithActivityFieldMode(CSVTokenField::XMLMode, type, value);
+        // Disabled first: the names of the fixed attributes are refused for the user's own.
+        field.setEnabled(false);
+        field.setXmlPropertyName(name);
+        format.append(field);
+    }
+    return format;
 }
 
 int BvSettings::defaultActivityExportFormat() const

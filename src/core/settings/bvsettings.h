@@ -10,6 +10,7 @@
 #include <QObject>
 #include <QString>
 
+#include "export/csvtokenfield.h"
 #include "settings/bvhotkey.h"
 #include "settings/enumdescription.h"
 #include "settings/rfc3339dateformatter.h"
@@ -110,6 +111,20 @@ public:
     // CSV field separator (live), ";" when none is stored; "{TAB}" stands for a tab.
     QString csvFieldSeparator() const;
     void setCsvFieldSeparator(const QString &csvFieldSeparator);
+    // The CSV export columns (live), each with its value's short title switched on. The default layout
+    // when "csv_row_format" is missing; an empty one when it holds something that is not a layout.
+    QList<CSVTokenField> getCSVFormat() const;
+    // Stores the columns as they are.
+    void setCSVFormat(const QList<CSVTokenField> &csvFormat);
+    // The XML export attributes (live): the four fixed ones, then the user's from "xml_properties", each
+    // with its value's short title switched on.
+    QList<CSVTokenField> getXMLFormat() const;
+    // Stores the enabled attributes only, so the fixed ones never reach the settings file.
+    void setXMLFormat(const QList<CSVTokenField> &xmlFormat);
+    // Start date (short style), start time, formatted duration, project, text, invoiced: all CSV columns.
+    static QList<CSVTokenField> getDefaultCSVFormat();
+    // The fixed XML attributes, not enabled: "uid" (403), "invoiced" (404), "from" (121), "to" (171).
+    static QList<CSVTokenField> getDefaultXMLFormat();
     // Last chosen export format (live): 0 CSV, 1 XML; anything else reads as 0.
     int defaultActivityExportFormat() const;
     void setDefaultActivityExportFormat(int defaultActivityExportFormat);

@@ -1,0 +1,320 @@
+#include "export/activitydateformatter.h"
+
+#include <QTimeZone>
+
+#include "base/localzone.h"
+
+namespace {
+
+bool isNumericField(char16_t letter, int count)
+{
+    switch (letter) {
+    case u'y':
+    case u'd':
+    case u'H':
+    case u'm':
+    case u's':
+        return true;
+    case u'M':
+    case u'L':
+        return count <= 2;
+    default:
+        return false;
+    }
+}
+
+} // namespace
+
+ActivityDateFormatter::ActivityDateFormatter()
+    : m_locale(QLocale::system())
+{
+    // Digits of the locale's numbering system, as ICU writes them; only a single code unit zero can be
+    // mapped digit by digit, every other locale writes ASCII digits.
+    const QString zero = m_locale.zeroDigit();
+    if (zero.size() == 1)
+        m_zeroDigit = zero.at(0).unicode();
+}
+
+ActivityDateFormatter::ActivityDateFormatter(const QString &dateFormat)
+    : ActivityDateFormatter()
+{
+    setDateFormat(dateFormat);
+}
+
+void ActivityDateFormatter::setDateFormat(const QString &dateFormat)
+{
+    m_dateFormat = dateFormat;
+    m_dateStyle = Style::NoStyle;
+    m_timeStyle = Style::NoStyle;
+    m_hasLastDay = false;
+    compile();
+}
+
+void ActivityDateFormatter::setDateStyle(Style dateStyle)
+{
+    m_dateStyle = dateStyle;
+    m_dateFormat.clear();
+    m_parts.clear();
+    m_hasLastDay = false;
+    if (m_dateStyle == Style::ShortStyle && m_timeStyle == Style::ShortStyle)
+        m_shortFormat = m_locale.dateTimeFormat(QLocale::ShortFormat);
+    else if (m_dateStyle == Style::ShortStyle)
+        m_shortFormat = m_locale.dateFormat(QLocale::ShortFormat);
+    else if (m_timeStyle == Style::ShortStyle)
+        m_shortFormat = m_locale.timeFormat(QLocale::ShortFormat);
+    else
+        m_shortFormat.clear();
+}
+
+void ActivityDateFormatter::setTimeStyle(Style timeStyle)
+{
+    m_timeStyle = timeStyle;
+    setDateStyle(m_dateStyle);
+}
+
+void ActivityDateFormatter::compile()
+{
+    m_parts.clear();
+    const QString &pattern = m_dateFormat;
+    QString literal;
+    auto flushLiteral = [&] {
+        if (!literal.isEmpty()) {
+            m_parts.append(Part { 0, 0, literal });
+            literal.clear();
+        }
+    };
+    qsizetype i = 0;
+    while (i < pattern.size()) {
+        const QChar c = pattern.at(i);
+        if (c == u'\'') {
+            // '' is a quote, inside and outside quoted text; an unterminated quote runs to the end.
+            if (i + 1 < pattern.size() && pattern.at(i + 1) == u'\'') {
+                literal += u'\'';
+                i += 2;
+                continue;
+            }
+            ++i;
+            while (i < pattern.size()) {
+                if (pattern.at(i) == u'\'') {
+                    if (i + 1 < pattern.size() && pattern.at(i + 1) == u'\'') {
+                        literal += u'\'';
+                        i += 2;
+                        continue;
+                    }
+                    ++i;
+                    break;
+                }
+                literal += pattern.at(i++);
+            }
+            continue;
+        }
+        const bool field = c == u'y' || c == u'M' || c == u'L' || c == u'd' || c == u'H' || c == u'm' || c == u's';
+        if (!field) {
+            literal += c;
+            ++i;
+            continue;
+        }
+        qsizetype end = i;
+        while (end < pattern.size() && pattern.at(end) == c)
+            ++end;
+        flushLiteral();
+        m_parts.append(Part { c.unicode(), int(end - i), {} });
+        i = end;
+    }
+    flushLiteral();
+}
+
+void ActivityDateFormatter::appendNumber(QString &out, qint64 number, int minDigits) const
+{
+    char16_t digits[24];
+    int length = 0;
+    quint64 magnitude = number < 0 ? 0 - quint64(number) : quint64(number);
+    do {
+        digits[length++] = char16_t(m_zeroDigit + magnitude % 10);
+        magnitude /= 10;
+    } while (magnitude != 0);
+    if (number < 0)
+        out += m_locale.negativeSign();
+    for (int pad = length; pad < minDigits; ++pad)
+        out += QChar(m_zeroDigit);
+    while (length > 0)
+        out += QChar(digits[--length]);
+}
+
+int ActivityDateFormatter::digitValue(QChar c) const
+{
+    const char16_t u = c.unicode();
+    if (u >= u'0' && u <= u'9')
+        return u - u'0';
+    if (u >= m_zeroDigit && u <= m_zeroDigit + 9)
+        return u - m_zeroDigit;
+    return -1;
+}
+
+QString ActivityDateFormatter::stringFromDate(const QDateTime &date) const
+{
+    QString text;
+    appendStringFromDate(text, date);
+    return text;
+}
+
+void ActivityDateFormatter::appendStringFromDate(QString &out, const QDateTime &date) const
+{
+    if (!date.isValid())
+        return;
+    const QDateTime local = LocalZone::toLocal(date);
+    const QDate day = local.date();
+
+    if (usesStyles()) {
+        if (m_timeStyle == Style::NoStyle) {
+            if (!m_hasLastDay || m_lastDay != day.toJulianDay()) {
+                m_lastDayText = m_locale.toString(day, m_shortFormat);
+                m_lastDay = day.toJulianDay();
+                m_hasLastDay = true;
+            }
+            out += m_lastDayText;
+        } else if (m_dateStyle == Style::NoStyle) {
+            out += m_locale.toString(local.time(), m_shortFormat);
+        } else {
+            out += m_locale.toString(local, m_shortFormat);
+        }
+        return;
+    }
+
+    const QTime time = local.time();
+    for (const Part &part : m_parts) {
+        switch (part.letter) {
+        case 0:
+            out += part.literal;
+            break;
+        case u'y': {
+            // ICU writes the year of the era: 1 BC is year 1 (Qt counts it as -1, without a year 0).
+            const int year = day.year() > 0 ? day.year() : -day.year();
+            if (part.count == 2)
+                appendNumber(out, year % 100, 2);
+            else
+                appendNumber(out, year, part.count);
+            break;
+        }
+        case u'M':
+        case u'L':
+            if (part.count <= 2) {
+                appendNumber(out, day.month(), part.count);
+            } else {
+                const QLocale::FormatType type = part.count == 3 ? QLocale::ShortFormat
+                    : part.count == 4                            ? QLocale::LongFormat
+                                                                 : QLocale::NarrowFormat;
+                out += part.letter == u'M' ? m_locale.monthName(day.month(), type)
+                                           : m_locale.standaloneMonthName(day.month(), type);
+            }
+            break;
+        case u'd':
+            appendNumber(out, day.day(), part.count);
+            break;
+        case u'H':
+            appendNumber(out, time.hour(), part.count);
+            break;
+        case u'm':
+            appendNumber(out, time.minute(), part.count);
+            break;
+        case u's':
+            appendNumber(out, time.second(), part.count);
+            break;
+        default:
+            break;
+        }
+    }
+}
+
+QDateTime ActivityDateFormatter::dateFromString(QStringView text) const
+{
+    if (usesStyles() || m_parts.isEmpty())
+        return {};
+
+    int year = 1970;
+    int month = 1;
+    int day = 1;
+    int hour = 0;
+    int minute = 0;
+    int second = 0;
+    qsizetype pos = 0;
+    for (qsizetype i = 0; i < m_parts.size(); ++i) {
+        const Part &part = m_parts.at(i);
+        if (part.letter == 0) {
+            if (!text.mid(pos).startsWith(part.literal))
+                return {};
+            pos += part.literal.size();
+            continue;
+        }
+        if (!isNumericField(part.letter, part.count))
+            return {};
+        // A field followed directly by another numeric field takes exactly its own width, as in ICU;
+        // otherwise it takes every digit there is (bounded, so that the number cannot overflow).
+        const bool abutting = i + 1 < m_parts.size() && m_parts.at(i + 1).letter != 0
+            && isNumericField(m_parts.at(i + 1).letter, m_parts.at(i + 1).count);
+        const qsizetype maxDigits = abutting ? part.count : 9;
+        qint64 number = 0;
+        qsizetype digits = 0;
+        while (pos < text.size() && digits < maxDigits) {
+            const int digit = digitValue(text.at(pos));
+            if (digit < 0)
+                break;
+            number = number * 10 + digit;
+            ++digits;
+            ++pos;
+        }
+        if (digits == 0 || (abutting && digits != part.count))
+            return {};
+        if (pos < text.size() && digits == maxDigits && !abutting && digitValue(text.at(pos)) >= 0)
+            return {};
+        switch (part.letter) {
+        case u'y':
+            if (part.count == 2 && digits == 2) {
+                // Two-digit years fall into the hundred years that begin 80 years ago, as in ICU.
+                const int start = QDate::currentDate().year() - 80;
+                int full = start / 100 * 100 + int(number);
+                if (full < start)
+                    full += 100;
+                year = full;
+            } else {
+                year = int(number);
+            }
+            break;
+        case u'M':
+        case u'L':
+            month = int(number);
+            break;
+        case u'd':
+            day = int(number);
+            break;
+        case u'H':
+            hour = int(number);
+            break;
+        case u'm':
+            minute = int(number);
+            break;
+        case u's':
+            second = int(number);
+            break;
+        default:
+            break;
+        }
+    }
+    if (pos != text.size())
+        return {};
+
+    const QDate date(year, month, day);
+    if (year < 1 || !date.isValid() || hour > 23 || minute > 59 || second > 59)
+        return {};
+    const QTime time(hour, minute, second);
+    const QTimeZone zone = LocalZone::current();
+    if (!zone.isValid())
+        return QDateTime(date, time, Qt::LocalTime);
+    QDateTime result(date, time, zone);
+    if (result.isValid())
+        return result.toUTC();
+    // The wall time does not exist (the clock jumped over it): read it with the offset of the day before.
+    const QDateTime asUtc(date, time, Qt::UTC);
+    const int offsetBefore = zone.offsetFromUtc(asUtc.addSecs(-86400));
+    return asUtc.addSecs(-offsetBefore);
+}

@@ -1,0 +1,214 @@
+#include "export/activityexport.h"
+
+#include <algorithm>
+
+#include <QIODevice>
+#include <QSaveFile>
+#include <QUrl>
+#include <QVarLengthArray>
+#include <QXmlStreamWriter>
+
+#include "base/logging.h"
+#include "export/activitycsvformatter.h"
+#include "export/activityfieldvalue.h"
+#include "export/dateformattercache.h"
+#include "settings/bvsettings.h"
+
+namespace {
+
+// Rows are handed to the device in pieces of about this many characters, which bounds the memory of an
+// export whatever its size.
+constexpr qsizetype kFlushAtChars = 256 * 1024;
+
+bool flush(QString &buffer, QIODevice &device)
+{
+    if (buffer.isEmpty())
+        return true;
+    const QByteArray bytes = buffer.toUtf8();
+    buffer.resize(0);
+    return device.write(bytes) == bytes.size();
+}
+
+bool isXmlChar(char32_t c)
+{
+    return c == 0x9 || c == 0xA || c == 0xD || (c >= 0x20 && c <= 0xD7FF) || (c >= 0xE000 && c <= 0xFFFD)
+        || (c >= 0x10000 && c <= 0x10FFFF);
+}
+
+// XML 1.0 cannot carry control characters, unpaired surrogates or U+FFFE/U+FFFF, not even escaped; a
+// writer that passes them on makes a file no parser reads back.
+QString xmlSafe(const QString &text)
+{
+    const qsizetype size = text.size();
+    qsizetype i = 0;
+    for (; i < size; ++i) {
+        const QChar c = text.at(i);
+        if (c.isHighSurrogate() && i + 1 < size && text.at(i + 1).isLowSurrogate()) {
+            ++i;
+            continue;
+        }
+        if (c.isSurrogate() || !isXmlChar(c.unicode()))
+            break;
+    }
+    if (i == size)
+        return text;
+    QString safe = text;
+    for (; i < size; ++i) {
+        const QChar c = safe.at(i);
+        if (c.isHighSurrogate() && i + 1 < size && safe.at(i + 1).isLowSurrogate()) {
+            ++i;
+            continue;
+        }
+        if (c.isSurrogate() || !isXmlChar(c.unicode()))
+            safe[i] = QChar::ReplacementCharacter;
+    }
+    return safe;
+}
+
+// An attribute name a namespace-aware parser accepts: a letter or "_" first, then letters, digits, marks,
+// "-", "." or "_"; no ":" (it would need a namespace declaration) and not "xmlns".
+bool isXmlName(const QString &name)
+{
+    if (name.isEmpty() || name == QLatin1String("xmlns"))
+        return false;
+    for (qsizetype i = 0; i < name.size(); ++i) {
+        const QChar c = name.at(i);
+        const bool start = c.isLetter() || c == u'_';
+        if (i == 0 ? !start : !(start || c.isDigit() || c.isMark() || c == u'-' || c == u'.' || c == QChar(0xB7)))
+            return false;
+    }
+    return true;
+}
+
+// The parser turns a carriage return in element text into a line feed; written as a character reference
+// it comes back as it was.
+void writeText(QXmlStreamWriter &writer, const QString &text)
+{
+    qsizetype from = 0;
+    for (qsizetype cr = text.indexOf(u'\r'); cr >= 0; cr = text.indexOf(u'\r', from)) {
+        if (cr > from)
+            writer.writeCharacters(text.mid(from, cr - from));
+        writer.writeEntityReference(QStringLiteral("#13"));
+        from = cr + 1;
+    }
+    if (from < text.size())
+        writer.writeCharacters(from == 0 ? text : text.mid(from));
+}
+
+QString localPath(const QString &toUrl)
+{
+    if (toUrl.startsWith(QLatin1String("file:"), Qt::CaseInsensitive))
+        return QUrl(toUrl).toLocalFile();
+    return toUrl;
+}
+
+} // namespace
+
+QString ActivityExport::exportActivities(
+    const QList<ActivityPtr> &activities, const QString &toUrl, int withFormat, BvSettings *settings)
+{
+    BvSettings &from = settings ? *settings : *BvSettings::defaultSettings();
+    const QString failure = withFormat == XMLFormat ? xmlFailureMessage() : csvFailureMessage();
+    const QString path = localPath(toUrl);
+    QSaveFile file(path);
+    bool written = !path.isEmpty() && file.open(QIODevice::WriteOnly);
+    written = written && write(activities, file, withFormat, from);
+    written = written && file.commit();
+    DateFormatterCache::clearCache();
+    if (!written) {
+        qCWarning(lcExport).noquote() << QStringLiteral("Export to %1 failed: %2").arg(path, file.errorString());
+        return failure;
+    }
+    return {};
+}
+
+QString ActivityExport::exportActivities(
+    const QList<ActivityPtr> &activities, QIODevice &toDevice, int withFormat, BvSettings *settings)
+{
+    BvSettings &from = settings ? *settings : *BvSettings::defaultSettings();
+    const bool written = toDevice.isWritable() && write(activities, toDevice, withFormat, from);
+    DateFormatterCache::clearCache();
+    if (!written) {
+        qCWarning(lcExport).noquote() << QStringLiteral("Export failed: %1").arg(toDevice.errorString());
+        return withFormat == XMLFormat ? xmlFailureMessage() : csvFailureMessage();
+    }
+    return {};
+}
+
+bool ActivityExport::write(
+    const QList<ActivityPtr> &activities, QIODevice &device, int withFormat, BvSettings &settings)
+{
+    if (withFormat == XMLFormat)
+        return writeXML(activities, settings.getXMLFormat(), device);
+    return writeCSV(activities, settings.getCSVFormat(), separatorFromSetting(settings.csvFieldSeparator()), device);
+}
+
+bool ActivityExport::writeCSV(const QList<ActivityPtr> &activities, const QList<CSVTokenField> &csvFormat,
+    const QString &separator, QIODevice &device)
+{
+    const ActivityCSVFormatter formatter(csvFormat);
+    QString buffer;
+    buffer.reserve(kFlushAtChars + 4096);
+    bool first = true;
+    for (const ActivityPtr &activity : activities) {
+        if (!activity)
+            continue;
+        // A line end between rows and none after the last: the file ends with the last field.
+        if (!first)
+            buffer += QLatin1String("\r\n");
+        first = false;
+        formatter.appendRowForActivity(buffer, *activity, separator);
+        if (buffer.size() >= kFlushAtChars && !flush(buffer, device))
+            return false;
+    }
+    return flush(buffer, device);
+}
+
+bool ActivityExport::writeXML(
+    const QList<ActivityPtr> &activities, const QList<CSVTokenField> &xmlFormat, QIODevice &device)
+{
+    // The names do not depend on the activity, so the attributes to write are settled once.
+    struct Attribute
+    {
+        qsizetype field;
+        QString name;
+    };
+    QVarLengthArray<Attribute, 16> attributes;
+    for (qsizetype i = 0; i < xmlFormat.size(); ++i) {
+        const QString name = xmlFormat.at(i).xmlPropertyName();
+        if (!isXmlName(name))
+            continue;
+        const bool taken = std::any_of(
+            attributes.cbegin(), attributes.cend(), [&](const Attribute &attribute) { return attribute.name == name; });
+        if (!taken)
+            attributes.append(Attribute { i, name });
+    }
+
+    QXmlStreamWriter writer(&device);
+    writer.setAutoFormatting(true);
+    writer.writeStartDocument();
+    writer.writeStartElement(QStringLiteral("activities"));
+    for (const ActivityPtr &activity : activities) {
+        if (!activity)
+            continue;
+        writer.writeStartElement(QStringLiteral("activity"));
+        for (const Attribute &attribute : attributes) {
+            const QString value = ActivityFieldValue::valueForField(*activity, xmlFormat.at(attribute.field));
+            writer.writeAttribute(attribute.name, xmlSafe(value));
+        }
+        writeText(writer, xmlSafe(activity->text()));
+        writer.writeEndElement();
+        if (writer.hasError())
+            return false;
+    }
+    writer.writeEndElement();
+    writer.writeEndDocument();
+    return !writer.hasError();
+}
+
+QString ActivityExport::separatorFromSetting(const QString &csvFieldSeparator)
+{
+    if (csvFieldSeparator == QLatin1String("{TAB}"))
+        return QStringLiteral("\t");
+    return csvFieldSeparator;
+}

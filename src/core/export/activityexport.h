@@ -1,0 +1,60 @@
+#pragma once
+
+#include <QCoreApplication>
+#include <QList>
+#include <QString>
+
+#include "export/csvtokenfield.h"
+#include "model/activity.h"
+
+class BvSettings;
+class QIODevice;
+
+// Writes activities as CSV or XML in the user's layouts.
+//
+// CSV: one row per activity in the order given, every field quoted (see ActivityCSVFormatter), rows
+// separated by "\r\n" with no line end after the last one, no header, UTF-8. The separator is the
+// "csvFieldSeparator" setting, "{TAB}" standing for a tab.
+//
+// XML: a root "activities" holding one "activity" per activity, whose text is the activity's text and
+// whose attributes are the XML layout: "uid", "invoiced" ("1"/"0"), "from" and "to" (local time,
+// "yyy-MM-dd'T'HH:mm:ss") and then the user's attributes. An attribute without a usable XML name, or
+// whose name an earlier attribute already took, is left out; characters XML cannot carry become U+FFFD.
+//
+// Main thread: rendering uses the shared date formatters, which every export drops at its end so that a
+// change of locale or time zone reaches the next one.
+class ActivityExport
+{
+    Q_DECLARE_TR_FUNCTIONS(ActivityExport)
+
+public:
+    static constexpr int CSVFormat = 0;
+    static constexpr int XMLFormat = 1;
+
+    // Writes the activities to the file at toUrl (a local path or a "file:" URL) in format 1 (XML) or
+    // any other (CSV), atomically: the file is replaced only once everything is written. Layouts and
+    // separator come from `settings`, or from BvSettings::defaultSettings() when none is given. Answers a
+    // null string on success, else "Failed to write XML data to file!" or "Failed to write CSV data to
+    // file!"; the file is then as it was.
+    static QString exportActivities(
+        const QList<ActivityPtr> &activities, const QString &toUrl, int withFormat, BvSettings *settings = nullptr);
+    // The same to an open device (standard output, for instance), which is written as the export goes.
+    static QString exportActivities(
+        const QList<ActivityPtr> &activities, QIODevice &toDevice, int withFormat, BvSettings *settings = nullptr);
+
+    // The two writers on their own, with explicit layouts; false when the device refused data.
+    static bool writeCSV(const QList<ActivityPtr> &activities, const QList<CSVTokenField> &csvFormat,
+        const QString &separator, QIODevice &device);
+    static bool writeXML(
+        const QList<ActivityPtr> &activities, const QList<CSVTokenField> &xmlFormat, QIODevice &device);
+
+    // The separator that a "csvFieldSeparator" value stands for: "{TAB}" is a tab, anything else is used
+    // as it is (several characters too).
+    static QString separatorFromSetting(const QString &csvFieldSeparator);
+
+    static QString csvFailureMessage() { return tr("Failed to write CSV data to file!"); }
+    static QString xmlFailureMessage() { return tr("Failed to write XML data to file!"); }
+
+private:
+    static bool write(const QList<ActivityPtr> &activities, QIODevice &device, int withFormat, BvSettings &settings);
+};
