@@ -1,0 +1,97 @@
+#include "sync/bvsyncdateformatter.h"
+
+#include "base/datehelpers.h"
+
+namespace {
+
+// Appends `value` with at least `width` digits.
+void appendNumber(QChar *&out, qint64 value, int width)
+{
+    char digits[24];
+    int count = 0;
+    do {
+        digits[count++] = char('0' + value % 10);
+        value /= 10;
+    } while (value > 0);
+    for (int i = count; i < width; ++i)
+        *out++ = QLatin1Char('0');
+    while (count > 0)
+        *out++ = QLatin1Char(digits[--count]);
+}
+
+// Reads up to `maxDigits` ASCII digits at `pos`; -1 when there is none or more follow.
+int readNumber(QStringView text, qsizetype &pos, int maxDigits)
+{
+    int value = 0;
+    int digits = 0;
+    while (pos < text.size() && text[pos] >= u'0' && text[pos] <= u'9') {
+        if (++digits > maxDigits)
+            return -1;
+        value = value * 10 + (text[pos].unicode() - u'0');
+        ++pos;
+    }
+    return digits == 0 ? -1 : value;
+}
+
+bool expect(QStringView text, qsizetype &pos, char16_t literal)
+{
+    if (pos >= text.size() || text[pos] != literal)
+        return false;
+    ++pos;
+    return true;
+}
+
+} // namespace
+
+QString BVSyncDateFormatter::stringFromDate(const QDateTime &date)
+{
+    QDate day;
+    QTime time;
+    if (!DateHelpers::localFromInstant(date, &day, &time))
+        return {};
+    // The pattern's year is the year of the era: there is no sign to write.
+    const qint64 year = day.year() < 0 ? -qint64(day.year()) : day.year();
+    QString text(32, Qt::Uninitialized);
+    QChar *begin = text.data();
+    QChar *out = begin;
+    appendNumber(out, year, 3);
+    *out++ = QLatin1Char('-');
+    appendNumber(out, day.month(), 2);
+    *out++ = QLatin1Char('-');
+    appendNumber(out, day.day(), 2);
+    *out++ = QLatin1Char('T');
+    appendNumber(out, time.hour(), 2);
+    *out++ = QLatin1Char(':');
+    appendNumber(out, time.minute(), 2);
+    *out++ = QLatin1Char(':');
+    appendNumber(out, time.second(), 2);
+    text.truncate(out - begin);
+    return text;
+}
+
+QDateTime BVSyncDateFormatter::dateFromString(const QString &text)
+{
+    const QStringView view(text);
+    qsizetype pos = 0;
+    const int year = readNumber(view, pos, 6);
+    if (year < 1 || !expect(view, pos, u'-'))
+        return {};
+    const int month = readNumber(view, pos, 2);
+    if (month < 0 || !expect(view, pos, u'-'))
+        return {};
+    const int day = readNumber(view, pos, 2);
+    if (day < 0 || !expect(view, pos, u'T'))
+        return {};
+    const int hour = readNumber(view, pos, 2);
+    if (hour < 0 || !expect(view, pos, u':'))
+        return {};
+    const int minute = readNumber(view, pos, 2);
+    if (minute < 0 || !expect(view, pos, u':'))
+        return {};
+    const int second = readNumber(view, pos, 2);
+    if (second < 0 || pos != view.size())
+        return {};
+    if (!QDate::isValid(year, month, day) || hour > 23 || minute > 59 || second > 59)
+        return {};
+    return DateHelpers::instantFromLocal(QDate(year, month, day), QTime(hour, minute, second));
+}
