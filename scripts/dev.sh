@@ -9,8 +9,8 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 packages=(
   cmake ninja-build g++ pkg-config
   qt6-base-dev qt6-base-dev-tools libqt6sql6-sqlite qtkeychain-qt6-dev libsqlite3-dev
-  xvfb xauth dbus dbus-x11 python3-dbusmock
-  libxml2-utils sqlite3 libbenchmark-dev
+  xvfb xauth dbus dbus-x11 python3-dbusmock systemd python3
+  libxml2-utils sqlite3 libbenchmark-dev libreoffice-calc-nogui
 )
 
 install_missing() {
@@ -38,6 +38,7 @@ case "$cmd" in
   run)
     install_missing
     build release
+    [ $# -eq 0 ] && set -- --help
     exec build/release/src/app/brimvale "$@"
     ;;
   test)

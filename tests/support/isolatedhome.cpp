@@ -4,7 +4,7 @@
 #include <QStandardPaths>
 
 namespace {
-const char *const kVariables[] = {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR"};
+const char *const kVariables[] = { "HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_CACHE_HOME", "XDG_RUNTIME_DIR" };
 }
 
 IsolatedHome::IsolatedHome()
@@ -15,7 +15,7 @@ IsolatedHome::IsolatedHome()
     const QDir root(m_dir.path());
     const QString home = root.filePath(QStringLiteral("home"));
     const QString runtime = root.filePath(QStringLiteral("runtime"));
-    for (const QString &sub : {home, dataHome(), configHome(), cacheHome(), runtime})
+    for (const QString &sub : { home, dataHome(), configHome(), cacheHome(), runtime })
         QDir().mkpath(sub);
     QFile::setPermissions(runtime, QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
     qputenv("HOME", QFile::encodeName(home));

@@ -1,0 +1,57 @@
+#include <cstdio>
+
+#include <QCoreApplication>
+#include <QLoggingCategory>
+#include <QTextStream>
+
+#include "cli/commandline.h"
+#include "model/store.h"
+#include "platform/notificationserverfreedesktop.h"
+#include "settings/bvsettings.h"
+#include "settings/userdefaults.h"
+
+namespace {
+
+// The command line reads the sidebar-order preference straight from the defaults store: building the
+// whole settings object would write back values that only the app can judge (such as whether the
+// desktop shows notifications).
+bool sidebarOrderedByHand(bool tasks)
+{
+    const QString key
+        = tasks ? QStringLiteral("report_sidebar_tasks_ordered") : QStringLiteral("report_sidebar_projects_ordered");
+    return UserDefaults::standardUserDefaults()->stringForKey(key) == QLatin1String("1");
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("Brimvale"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(BRIMVALE_VERSION));
+
+    // A command speaks through its one line on stderr; the log lines behind it stay quiet unless asked
+    // for with QT_LOGGING_RULES (which wins over these rules).
+    QLoggingCategory::setFilterRules(QStringLiteral("brimvale.*=false"));
+
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+    StoreOptions options;
+    options.applicationFilesDirectory = Store::applicationFilesDirectory();
+    options.skipMigrations = UserDefaults::standardUserDefaults()->boolForKey(QStringLiteral("skipMigrations"));
+    options.sidebarOrderedByHand = sidebarOrderedByHand;
+    CliEnvironment environment { out, err, options, [] {
+                                    // Settings judge the stored notification choice against the desktop, so
+                                    // they must know first whether it shows notifications.
+                                    BvSettings::setNotificationsAvailable(&NotificationServerFreedesktop::isAvailable);
+                                    return BvSettings::defaultSettings();
+                                } };
+
+    CommandLine commandLine;
+    QStringList arguments = QCoreApplication::arguments().mid(1);
+    if (arguments.value(0) == QLatin1String("--version")) {
+        out << "brimvale " << BRIMVALE_VERSION << Qt::endl;
+        return 0;
+    }
+    return commandLine.run(arguments, environment);
+}

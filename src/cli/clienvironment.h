@@ -1,0 +1,29 @@
+#pragma once
+
+#include <functional>
+
+#include <QTextStream>
+
+#include "model/store.h"
+
+class BvSettings;
+
+// What a command runs with: its two streams and how to open the store. The executable hands in stdout,
+// stderr and the user's store; tests hand in buffers and a temporary store.
+struct CliEnvironment
+{
+    QTextStream &out;
+    QTextStream &err;
+    StoreOptions storeOptions;
+    // The user's settings, made on first use: only the commands that need the export layouts ask.
+    std::function<BvSettings *()> settings;
+};
+
+// Exit statuses of every command.
+namespace CliExit {
+inline constexpr int Success = 0;
+// A wrong argument, an unknown uid or a refused activity; nothing in the store changed.
+inline constexpr int Failure = 1;
+// The store could not be opened.
+inline constexpr int StoreUnavailable = 2;
+} // namespace CliExit

@@ -1,0 +1,70 @@
+#include "cli/commandline.h"
+
+#include "cli/addcommand.h"
+#include "cli/deletecommand.h"
+#include "cli/editcommand.h"
+#include "cli/exportcommand.h"
+#include "cli/importcommand.h"
+#include "cli/itemtotalscommand.h"
+#include "cli/listcommand.h"
+
+namespace {
+bool isHelp(const QString &word)
+{
+    return word == QLatin1String("--help") || word == QLatin1String("-h") || word == QLatin1String("help");
+}
+} // namespace
+
+CommandLine::CommandLine()
+{
+    m_commands.push_back(std::make_unique<AddCommand>());
+    m_commands.push_back(std::make_unique<ListCommand>());
+    m_commands.push_back(std::make_unique<EditCommand>());
+    m_commands.push_back(std::make_unique<DeleteCommand>());
+    m_commands.push_back(std::make_unique<ItemTotalsCommand>(false));
+    m_commands.push_back(std::make_unique<ItemTotalsCommand>(true));
+    m_commands.push_back(std::make_unique<ExportCommand>());
+    m_commands.push_back(std::make_unique<ImportCommand>());
+}
+
+CommandLine::~CommandLine() = default;
+
+CliCommand *CommandLine::command(const QString &name) const
+{
+    for (const auto &command : m_commands) {
+        if (command->name() == name)
+            return command.get();
+    }
+    return nullptr;
+}
+
+QString CommandLine::overview() const
+{
+    QString text
+        = QStringLiteral("Usage: brimvale [COMMAND [ARGUMENTS...]]\n\n"
+                         "Brimvale tracks what you work on: one line like \"@Acme #design mock-ups\" names\n"
+                         "the project (@) and tasks (#). Every command works on the same journal as the app.\n\n"
+                         "Commands:\n");
+    for (const auto &command : m_commands)
+        text += QStringLiteral("  %1%2\n").arg(command->name().leftJustified(10), command->summary());
+    text += QStringLiteral("\nRun \"brimvale COMMAND --help\" for the options of a command.\n");
+    return text;
+}
+
+int CommandLine::run(const QStringList &arguments, CliEnvironment &environment)
+{
+    if (arguments.isEmpty() || isHelp(arguments.constFirst())) {
+        if (arguments.size() >= 2 && command(arguments.at(1)))
+            return command(arguments.at(1))->run({ QStringLiteral("--help") }, environment);
+        environment.out << overview();
+        environment.out.flush();
+        return CliExit::Success;
+    }
+    CliCommand *chosen = command(arguments.constFirst());
+    if (!chosen) {
+        environment.err << QStringLiteral("Unknown command “%1” (see brimvale --help).").arg(arguments.constFirst())
+                        << Qt::endl;
+        return CliExit::Failure;
+    }
+    return chosen->run(arguments.mid(1), environment);
+}

@@ -1,0 +1,178 @@
+#include "cli/listcommand.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include "cli/clitime.h"
+#include "model/activityquery.h"
+#include "model/store.h"
+#include "model/storecontext.h"
+
+namespace {
+
+const QString kFrom = QStringLiteral("from");
+const QString kTo = QStringLiteral("to");
+const QString kSearch = QStringLiteral("search");
+const QString kProject = QStringLiteral("project");
+const QString kTask = QStringLiteral("task");
+const QString kInvoiced = QStringLiteral("invoiced");
+const QString kNotInvoiced = QStringLiteral("not-invoiced");
+
+template<typename Item>
+std::expected<QList<qint64>, QString> idsNamed(
+    const QStringList &names, const QList<std::shared_ptr<Item>> &items, const QString &kind)
+{
+    QList<qint64> ids;
+    for (const QString &name : names) {
+        const QString key = name.toCaseFolded();
+        auto it = std::find_if(items.cbegin(), items.cend(),
+            [&](const std::shared_ptr<Item> &item) { return item->name().toCaseFolded() == key; });
+        if (it == items.cend())
+            return std::unexpected(QStringLiteral("No %1 named “%2”.").arg(kind, name));
+        ids.append((*it)->objectId());
+    }
+    return ids;
+}
+
+QJsonObject toJson(const Activity &activity)
+{
+    QJsonArray tasks;
+    const QString tasksText = activity.tasksStr();
+    if (!tasksText.isNull()) {
+        for (const QString &task : tasksText.split(QStringLiteral(", ")))
+            tasks.append(task);
+    }
+    return QJsonObject {
+        { QStringLiteral("uid"), activity.uid() },
+        { QStringLiteral("text"), activity.text() },
+        { QStringLiteral("project"), activity.project() ? QJsonValue(activity.project()->name()) : QJsonValue() },
+        { QStringLiteral("tasks"), tasks },
+        { QStringLiteral("from"), CliTime::isoLocal(activity.timeFrom()) },
+        { QStringLiteral("to"), CliTime::isoLocal(activity.timeTo()) },
+        { QStringLiteral("created_at"), CliTime::isoLocal(activity.createdAt()) },
+        { QStringLiteral("modified_at"), CliTime::isoLocal(activity.modifiedAt()) },
+        { QStringLiteral("duration_secs"), activity.durationSecs() },
+        { QStringLiteral("invoiced"), activity.isInvoiced() },
+    };
+}
+
+} // namespace
+
+void ListCommand::addFilterOptions(QCommandLineParser &parser)
+{
+    parser.addOptions({
+        { kFrom, QStringLiteral("Only activities that end at or after DATE."), QStringLiteral("DATE") },
+        { kTo, QStringLiteral("Only activities that start before DATE (a date alone includes that whole day)."),
+            QStringLiteral("DATE") },
+        { kSearch, QStringLiteral("Only activities whose text contains TEXT, regardless of case."),
+            QStringLiteral("TEXT") },
+        { kProject, QStringLiteral("Only activities of this project (repeatable)."), QStringLiteral("NAME") },
+        { kTask, QStringLiteral("Only activities with this task (repeatable)."), QStringLiteral("NAME") },
+        { kInvoiced, QStringLiteral("Only invoiced activities.") },
+        { kNotInvoiced, QStringLiteral("Only activities not invoiced.") },
+    });
+}
+
+std::expected<ActivityQuery, QString> ListCommand::filterQuery(const QCommandLineParser &parser, StoreContext &context)
+{
+    ActivityQuery query;
+    query.order = ActivityQuery::Order::TimeFromDescending;
+    if (parser.isSet(kFrom)) {
+        auto from = CliTime::parse(parser.value(kFrom), kFrom);
+        if (!from)
+            return std::unexpected(from.error());
+        query.overlapsFrom = from->instant;
+    }
+    if (parser.isSet(kTo)) {
+        auto to = CliTime::parse(parser.value(kTo), kTo);
+        if (!to)
+            return std::unexpected(to.error());
+        // "--to 2024-03-17" means up to the end of that day, as a person reads it.
+        query.overlapsUntil = to->dateOnly ? CliTime::nextMidnight(to->instant) : to->instant;
+    }
+    if (parser.isSet(kInvoiced) && parser.isSet(kNotInvoiced))
+        return std::unexpected(QStringLiteral("--invoiced and --not-invoiced exclude each other."));
+    if (parser.isSet(kInvoiced))
+        query.isInvoiced = true;
+    if (parser.isSet(kNotInvoiced))
+        query.isInvoiced = false;
+    const QString search = parser.value(kSearch);
+    if (!search.isEmpty())
+        query.textLike = QLatin1Char('*') + search + QLatin1Char('*');
+    if (parser.isSet(kProject)) {
+        auto projects = context.projects();
+        if (!projects)
+            return std::unexpected(projects.error().message());
+        auto ids = idsNamed(parser.values(kProject), *projects, QStringLiteral("project"));
+        if (!ids)
+            return std::unexpected(ids.error());
+        query.projectIds = *ids;
+    }
+    if (parser.isSet(kTask)) {
+        auto tasks = context.tasks();
+        if (!tasks)
+            return std::unexpected(tasks.error().message());
+        auto ids = idsNamed(parser.values(kTask), *tasks, QStringLiteral("task"));
+        if (!ids)
+            return std::unexpected(ids.error());
+        query.taskIds = *ids;
+    }
+    return query;
+}
+
+int ListCommand::run(const QStringList &arguments, CliEnvironment &environment)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("Lists activities newest first, with their total duration.\n"
+                       "DATE is local time: yyyy-MM-dd, yyyy-MM-ddTHH:mm or yyyy-MM-ddTHH:mm:ss."));
+    addFilterOptions(parser);
+    const QCommandLineOption json(QStringLiteral("json"), QStringLiteral("Print one JSON array instead of a table."));
+    parser.addOption(json);
+    if (const std::optional<int> done = parse(parser, arguments, environment))
+        return *done;
+    if (!parser.positionalArguments().isEmpty())
+        return fail(environment,
+            QStringLiteral("Unexpected argument “%1” (see brimvale list --help).")
+                .arg(parser.positionalArguments().constFirst()));
+
+    std::unique_ptr<Store> store = openStore(environment);
+    if (!store)
+        return CliExit::StoreUnavailable;
+    std::unique_ptr<StoreContext> context = store->newContext();
+    const auto query = filterQuery(parser, *context);
+    if (!query)
+        return fail(environment, query.error());
+    const auto activities = context->fetchActivities(*query);
+    if (!activities)
+        return fail(environment, activities.error().message());
+
+    if (parser.isSet(json)) {
+        QJsonArray array;
+        for (const ActivityPtr &activity : *activities)
+            array.append(toJson(*activity));
+        environment.out << QString::fromUtf8(QJsonDocument(array).toJson(QJsonDocument::Indented));
+        environment.out.flush();
+        return CliExit::Success;
+    }
+
+    qint64 total = 0;
+    QString lines;
+    lines.reserve(activities->size() * 120);
+    for (const ActivityPtr &activity : *activities) {
+        total += activity->durationSecs();
+        lines += activity->uid() + QStringLiteral("  ") + CliTime::shortLocal(activity->timeFrom())
+            + QStringLiteral(" – ") + CliTime::shortLocal(activity->timeTo()).mid(11) + QStringLiteral("  ")
+            + CliTime::duration(activity->durationSecs()).rightJustified(9) + QStringLiteral("  ")
+            + (activity->isInvoiced() ? QStringLiteral("[invoiced] ") : QString()) + activity->text().simplified()
+            + QLatin1Char('\n');
+    }
+    environment.out << lines;
+    environment.out << QStringLiteral("Total: %1 (%2 %3)")
+                           .arg(CliTime::duration(total))
+                           .arg(activities->size())
+                           .arg(activities->size() == 1 ? QStringLiteral("activity") : QStringLiteral("activities"))
+                    << Qt::endl;
+    return CliExit::Success;
+}
