@@ -28,6 +28,8 @@ private Q_SLOTS:
     void sameRowIsSameObject();
     void unsavedChangesSurviveRefetch();
     void changeSignalAfterEveryCommit();
+    void resetDropsUnsavedChanges();
+    void fetchByManyUids();
     void noticesCommitsOfAnotherProcess();
     void workerThreadUsesItsOwnConnection();
     void everyCommittedActivitySurvivesAKill();
@@ -237,6 +239,54 @@ void TestStore::changeSignalAfterEveryCommit()
     QCOMPARE(spy.size(), 1);
     const auto entities = spy.at(0).at(0).value<Store::Entities>();
     QCOMPARE(entities, Store::Entity::Activity | Store::Entity::Project | Store::Entity::Task);
+}
+
+void TestStore::resetDropsUnsavedChanges()
+{
+    auto store = openStore();
+    auto context = store->newContext();
+    ActivityPtr kept = insert(*context, u"@Acme kept"_s);
+    QVERIFY(context->save());
+    kept->setText(u"@Globex never saved"_s);
+    insert(*context, u"also never saved"_s);
+    ActivityPtr clash = insert(*context, u"clash"_s);
+    clash->setUid(kept->uid());
+    QVERIFY(!context->save());
+
+    context->reset();
+    QVERIFY(!context->hasChanges());
+    QVERIFY(context->save());
+    // The old objects are detached values now: changing them records nothing anywhere.
+    kept->setText(u"detached"_s);
+    QVERIFY(!context->hasChanges());
+    const ActivityPtr fresh = *context->activityWithUid(kept->uid());
+    QVERIFY(fresh != kept);
+    QCOMPARE(fresh->text(), u"@Acme kept"_s);
+    QCOMPARE(*context->countActivities(), 1);
+    QCOMPARE(context->projects()->size(), 1);
+}
+
+void TestStore::fetchByManyUids()
+{
+    auto store = openStore();
+    auto context = store->newContext();
+    QStringList uids;
+    for (int i = 0; i < 1200; ++i)
+        uids.append(insert(*context, u"item %1"_s.arg(i), 1 + i % 50)->uid());
+    QVERIFY(context->save());
+
+    auto other = store->newContext();
+    QStringList asked = uids.mid(100, 1050);
+    asked.append(u"00000000-0000-0000-0000-000000000000"_s);
+    const auto found = other->activitiesWithUids(asked);
+    QVERIFY(found);
+    QCOMPARE(found->size(), 1050);
+    QCOMPARE(found->value(uids.at(700))->text(), u"item 700"_s);
+    QVERIFY(!found->contains(uids.at(99)));
+
+    ActivityQuery shortOnes;
+    shortOnes.endsUntil = QDateTime(QDate(2024, 3, 12), QTime(9, 10));
+    QCOMPARE(*other->countActivities(shortOnes), 240);
 }
 
 void TestStore::noticesCommitsOfAnotherProcess()

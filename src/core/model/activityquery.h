@@ -17,6 +17,8 @@ struct ActivityQuery
     // The activity overlaps the range: timeTo >= overlapsFrom AND timeFrom < overlapsUntil.
     std::optional<QDateTime> overlapsFrom;
     std::optional<QDateTime> overlapsUntil;
+    // timeTo <= endsUntil.
+    std::optional<QDateTime> endsUntil;
     std::optional<int> yearMonth;
     std::optional<bool> isInvoiced;
     std::optional<QString> uid;

@@ -67,6 +67,8 @@ Where whereClause(const ActivityQuery &query)
     }
     if (query.overlapsUntil)
         add("a.time_from < ?", msecs(*query.overlapsUntil));
+    if (query.endsUntil)
+        add("a.time_to <= ?", msecs(*query.endsUntil));
     if (query.yearMonth)
         add("a.year_month = ?", *query.yearMonth);
     if (query.isInvoiced)
@@ -140,32 +142,62 @@ StoreContext::StoreContext(Store &store)
 
 StoreContext::~StoreContext()
 {
-    // Objects that outlive their context become detached values: nothing may record changes into a
-    // context that no longer exists.
+    detachAll();
+}
+
+void StoreContext::detachAll()
+{
+    // Objects that outlive their context (or its reset) become detached values: nothing may record
+    // changes into a context that no longer holds them.
     for (const auto &weak : std::as_const(m_activities)) {
         if (ActivityPtr activity = weak.lock())
             activity->m_context = nullptr;
     }
-    for (const ActivityPtr &activity : m_pendingActivities)
+    for (const ActivityPtr &activity : m_pendingActivities) {
         activity->m_context = nullptr;
+        activity->m_pending = false;
+    }
     for (ItemIndex *items : { &m_projects, &m_tasks }) {
         for (const auto &item : std::as_const(items->byId))
             item->m_context = nullptr;
         for (const auto &item : items->inserted)
             item->m_context = nullptr;
     }
+    for (const auto &item : m_pendingItems)
+        item->m_pending = false;
     for (const auto &weak : std::as_const(m_deletedActivities)) {
         if (DeletedActivityPtr tombstone = weak.lock())
             tombstone->m_context = nullptr;
     }
-    for (const DeletedActivityPtr &tombstone : m_pendingDeletedActivities)
+    for (const DeletedActivityPtr &tombstone : m_pendingDeletedActivities) {
         tombstone->m_context = nullptr;
+        tombstone->m_pending = false;
+    }
     for (const auto &weak : std::as_const(m_syncFiles)) {
         if (SyncFilePtr file = weak.lock())
             file->m_context = nullptr;
     }
-    for (const SyncFilePtr &file : m_pendingSyncFiles)
+    for (const SyncFilePtr &file : m_pendingSyncFiles) {
         file->m_context = nullptr;
+        file->m_pending = false;
+    }
+}
+
+void StoreContext::reset()
+{
+    detachAll();
+    m_projects = ItemIndex();
+    m_tasks = ItemIndex();
+    m_itemsLoaded = false;
+    m_loadError.reset();
+    m_assignedIds.clear();
+    m_activities.clear();
+    m_deletedActivities.clear();
+    m_syncFiles.clear();
+    m_pendingActivities.clear();
+    m_pendingItems.clear();
+    m_pendingDeletedActivities.clear();
+    m_pendingSyncFiles.clear();
 }
 
 QDateTime StoreContext::now() const
@@ -642,6 +674,28 @@ std::expected<ActivityPtr, BvError> StoreContext::activityWithUid(const QString 
     if (!found)
         return std::unexpected(found.error());
     return found->isEmpty() ? ActivityPtr() : found->constFirst();
+}
+
+std::expected<QHash<QString, ActivityPtr>, BvError> StoreContext::activitiesWithUids(const QStringList &uids)
+{
+    QHash<QString, ActivityPtr> found;
+    found.reserve(uids.size());
+    for (qsizetype start = 0; start < uids.size(); start += kIdsPerStatement) {
+        const QStringList chunk = uids.mid(start, kIdsPerStatement);
+        const QStringList marks(chunk.size(), QStringLiteral("?"));
+        QVariantList binds;
+        binds.reserve(chunk.size());
+        for (const QString &uid : chunk)
+            binds.append(uid);
+        std::expected<QList<ActivityPtr>, BvError> fetched
+            = fetchActivityRows(QStringLiteral(" WHERE a.uid IN (") + marks.join(QLatin1Char(',')) + QLatin1Char(')'),
+                binds, QString(), std::nullopt, 0);
+        if (!fetched)
+            return std::unexpected(fetched.error());
+        for (const ActivityPtr &activity : std::as_const(*fetched))
+            found.insert(activity->uid(), activity);
+    }
+    return found;
 }
 
 std::expected<qint64, BvError> StoreContext::countActivities(const ActivityQuery &query)

@@ -53,6 +53,8 @@ public:
     std::expected<QList<ActivityPtr>, BvError> fetchActivities(const ActivityQuery &query = {});
     // The activity with this uid, or nullptr.
     std::expected<ActivityPtr, BvError> activityWithUid(const QString &uid);
+    // The stored activities with these uids, by uid; uids without one are absent from the answer.
+    std::expected<QHash<QString, ActivityPtr>, BvError> activitiesWithUids(const QStringList &uids);
     // The number of stored activities that match; unsaved changes are not counted.
     std::expected<qint64, BvError> countActivities(const ActivityQuery &query = {});
     // Distinct non-null texts of stored activities, newest first or in reverse text order, at most `limit`.
@@ -82,6 +84,9 @@ public:
 
     bool hasChanges() const;
     std::expected<void, BvError> save();
+    // Drops every unsaved change and forgets every object: what was fetched or inserted here becomes a
+    // detached value, and the next fetch reads the store afresh. The way to go on after a failed save.
+    void reset();
     // Re-reads every object without unsaved changes from the store, so that commits of other contexts
     // and processes become visible here.
     void refreshObjects();
@@ -113,6 +118,7 @@ private:
     ActivityPtr activityFromRow(const SqliteStatement &row);
     std::expected<void, BvError> writeChanges(const QSqlDatabase &db, Store::Entities &written);
     void discardFailedInserts();
+    void detachAll();
     void finishSave();
 
     Store &m_store;
