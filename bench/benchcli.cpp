@@ -6,9 +6,8 @@
 #include <QProcess>
 
 #include "model/store.h"
-#include "model/storecontext.h"
+#include "support/benchmarkjournal.h"
 #include "support/isolatedhome.h"
-#include "support/journalgenerator.h"
 
 namespace {
 
@@ -17,15 +16,7 @@ IsolatedHome &filledHome()
 {
     static IsolatedHome *home = [] {
         auto *h = new IsolatedHome;
-        StoreOptions options;
-        options.applicationFilesDirectory = h->applicationFilesDirectory();
-        auto store = Store::open(options);
-        if (!store)
-            qFatal("%s", qPrintable(store.error().message()));
-        auto context = (*store)->newContext();
-        JournalGenerator(100000, 10, 50, 300).insertInto(*context);
-        if (!context->save())
-            qFatal("could not fill the store");
+        BenchmarkJournal::fill(*BenchmarkJournal::openStore(h->applicationFilesDirectory()));
         return h;
     }();
     return *home;

@@ -7,8 +7,8 @@
 #include "model/activitymanager.h"
 #include "model/store.h"
 #include "model/storecontext.h"
+#include "support/benchmarkjournal.h"
 #include "support/isolatedhome.h"
-#include "support/journalgenerator.h"
 
 namespace {
 
@@ -23,16 +23,8 @@ Journal &journal()
 {
     static Journal *filled = [] {
         auto *j = new Journal;
-        StoreOptions options;
-        options.applicationFilesDirectory = j->home.applicationFilesDirectory();
-        auto store = Store::open(options);
-        if (!store)
-            qFatal("%s", qPrintable(store.error().message()));
-        j->store = std::move(*store);
-        auto context = j->store->newContext();
-        JournalGenerator(100000, 10, 50, 300).insertInto(*context);
-        if (!context->save())
-            qFatal("could not fill the store");
+        j->store = BenchmarkJournal::openStore(j->home.applicationFilesDirectory());
+        BenchmarkJournal::fill(*j->store);
         j->manager = std::make_unique<ActivityManager>(*j->store, nullptr);
         return j;
     }();

@@ -14,12 +14,12 @@
 #include "model/storecontext.h"
 #include "settings/bvsettings.h"
 #include "settings/userdefaults.h"
+#include "support/benchmarkjournal.h"
 #include "support/isolatedhome.h"
-#include "support/journalgenerator.h"
 
 namespace {
 
-constexpr int kActivities = 100000;
+constexpr int kActivities = BenchmarkJournal::Activities;
 
 double maxRssMiB()
 {
@@ -30,12 +30,7 @@ double maxRssMiB()
 
 std::unique_ptr<Store> openStore(const QString &folder)
 {
-    StoreOptions options;
-    options.applicationFilesDirectory = folder;
-    auto store = Store::open(options);
-    if (!store)
-        qFatal("%s", qPrintable(store.error().message()));
-    return std::move(*store);
+    return BenchmarkJournal::openStore(folder);
 }
 
 // The journal, its settings (default layouts) and the activities as the report hands them to export.
@@ -53,7 +48,7 @@ struct Journal
     {
         store = openStore(home.applicationFilesDirectory());
         context = store->newContext();
-        JournalGenerator(kActivities, 10, 50, 300).insertInto(*context);
+        BenchmarkJournal::generator().insertInto(*context);
         if (!context->save())
             qFatal("could not fill the store");
         ActivityQuery query;

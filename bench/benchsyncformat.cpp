@@ -6,25 +6,20 @@
 
 #include "model/store.h"
 #include "model/storecontext.h"
+#include "support/benchmarkjournal.h"
 #include "support/isolatedhome.h"
-#include "support/journalgenerator.h"
 #include "sync/bvmonthdaterange.h"
 #include "sync/bvmonthfile.h"
 #include "sync/bvtmpsyncfile.h"
 
 namespace {
 
-constexpr int kActivities = 100000;
-const JournalGenerator kJournal(kActivities, 10, 50, 300);
+constexpr int kActivities = BenchmarkJournal::Activities;
+const JournalGenerator &kJournal = BenchmarkJournal::generator();
 
 std::unique_ptr<Store> openStore(const QString &folder)
 {
-    StoreOptions options;
-    options.applicationFilesDirectory = folder;
-    auto store = Store::open(options);
-    if (!store)
-        qFatal("%s", qPrintable(store.error().message()));
-    return std::move(*store);
+    return BenchmarkJournal::openStore(folder);
 }
 
 QList<BVMonthDateRange> allMonths()
