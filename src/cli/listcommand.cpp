@@ -1,9 +1,5 @@
 #include "cli/listcommand.h"
 
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-
 #include "cli/clitime.h"
 #include "model/activityquery.h"
 #include "model/store.h"
@@ -35,26 +31,67 @@ std::expected<QList<qint64>, QString> idsNamed(
     return ids;
 }
 
-QJsonObject toJson(const Activity &activity)
+// JSON text of one string, escaped as RFC 8259 asks; everything else passes as UTF-8.
+void appendJsonString(QString &out, const QString &text)
 {
-    QJsonArray tasks;
-    const QString tasksText = activity.tasksStr();
-    if (!tasksText.isNull()) {
-        for (const QString &task : tasksText.split(QStringLiteral(", ")))
-            tasks.append(task);
+    out += QLatin1Char('"');
+    for (const QChar c : text) {
+        switch (c.unicode()) {
+        case u'"':
+            out += QLatin1String("\\\"");
+            break;
+        case u'\\':
+            out += QLatin1String("\\\\");
+            break;
+        case u'\n':
+            out += QLatin1String("\\n");
+            break;
+        case u'\r':
+            out += QLatin1String("\\r");
+            break;
+        case u'\t':
+            out += QLatin1String("\\t");
+            break;
+        default:
+            if (c.unicode() < 0x20)
+                out += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+            else
+                out += c;
+        }
     }
-    return QJsonObject {
-        { QStringLiteral("uid"), activity.uid() },
-        { QStringLiteral("text"), activity.text() },
-        { QStringLiteral("project"), activity.project() ? QJsonValue(activity.project()->name()) : QJsonValue() },
-        { QStringLiteral("tasks"), tasks },
-        { QStringLiteral("from"), CliTime::isoLocal(activity.timeFrom()) },
-        { QStringLiteral("to"), CliTime::isoLocal(activity.timeTo()) },
-        { QStringLiteral("created_at"), CliTime::isoLocal(activity.createdAt()) },
-        { QStringLiteral("modified_at"), CliTime::isoLocal(activity.modifiedAt()) },
-        { QStringLiteral("duration_secs"), activity.durationSecs() },
-        { QStringLiteral("invoiced"), activity.isInvoiced() },
-    };
+    out += QLatin1Char('"');
+}
+
+// One activity as a JSON object on one line. Written by hand rather than through QJsonDocument, which
+// needs several times the time and memory for a whole journal.
+void appendJson(QString &out, const Activity &activity)
+{
+    out += QLatin1String("{\"uid\": ");
+    appendJsonString(out, activity.uid());
+    out += QLatin1String(", \"text\": ");
+    appendJsonString(out, activity.text());
+    out += QLatin1String(", \"project\": ");
+    if (activity.project())
+        appendJsonString(out, activity.project()->name());
+    else
+        out += QLatin1String("null");
+    out += QLatin1String(", \"tasks\": [");
+    const QString tasks = activity.tasksStr();
+    if (!tasks.isNull()) {
+        bool first = true;
+        for (const QString &task : tasks.split(QStringLiteral(", "))) {
+            if (!first)
+                out += QLatin1String(", ");
+            first = false;
+            appendJsonString(out, task);
+        }
+    }
+    out += QLatin1String("], \"from\": \"") + CliTime::isoLocal(activity.timeFrom()) + QLatin1String("\", \"to\": \"")
+        + CliTime::isoLocal(activity.timeTo()) + QLatin1String("\", \"created_at\": \"")
+        + CliTime::isoLocal(activity.createdAt()) + QLatin1String("\", \"modified_at\": \"")
+        + CliTime::isoLocal(activity.modifiedAt()) + QLatin1String("\", \"duration_secs\": ")
+        + QString::number(activity.durationSecs()) + QLatin1String(", \"invoiced\": ")
+        + (activity.isInvoiced() ? QLatin1String("true") : QLatin1String("false")) + QLatin1Char('}');
 }
 
 } // namespace
@@ -149,24 +186,41 @@ int ListCommand::run(const QStringList &arguments, CliEnvironment &environment)
         return fail(environment, activities.error().message());
 
     if (parser.isSet(json)) {
-        QJsonArray array;
-        for (const ActivityPtr &activity : *activities)
-            array.append(toJson(*activity));
-        environment.out << QString::fromUtf8(QJsonDocument(array).toJson(QJsonDocument::Indented));
+        constexpr qsizetype objectsPerPiece = 2048;
+        QString text;
+        text.reserve(objectsPerPiece * 340);
+        text += QLatin1Char('[');
+        for (qsizetype i = 0; i < activities->size(); ++i) {
+            text += i == 0 ? QLatin1String("\n  ") : QLatin1String(",\n  ");
+            appendJson(text, *activities->at(i));
+            if ((i + 1) % objectsPerPiece == 0) {
+                environment.out << text;
+                text.clear();
+            }
+        }
+        text += activities->isEmpty() ? QLatin1String("]\n") : QLatin1String("\n]\n");
+        environment.out << text;
         environment.out.flush();
         return CliExit::Success;
     }
 
+    // Written in pieces, so that a whole journal never sits in memory a second time as text.
+    constexpr qsizetype linesPerPiece = 4096;
     qint64 total = 0;
     QString lines;
-    lines.reserve(activities->size() * 120);
-    for (const ActivityPtr &activity : *activities) {
-        total += activity->durationSecs();
-        lines += activity->uid() + QStringLiteral("  ") + CliTime::shortLocal(activity->timeFrom())
-            + QStringLiteral(" – ") + CliTime::shortLocal(activity->timeTo()).mid(11) + QStringLiteral("  ")
-            + CliTime::duration(activity->durationSecs()).rightJustified(9) + QStringLiteral("  ")
-            + (activity->isInvoiced() ? QStringLiteral("[invoiced] ") : QString()) + activity->text().simplified()
+    lines.reserve(linesPerPiece * 128);
+    for (qsizetype i = 0; i < activities->size(); ++i) {
+        const Activity &activity = *activities->at(i);
+        total += activity.durationSecs();
+        lines += activity.uid() + QStringLiteral("  ") + CliTime::shortLocal(activity.timeFrom())
+            + QStringLiteral(" – ") + CliTime::shortLocal(activity.timeTo()).mid(11) + QStringLiteral("  ")
+            + CliTime::duration(activity.durationSecs()).rightJustified(9) + QStringLiteral("  ")
+            + (activity.isInvoiced() ? QStringLiteral("[invoiced] ") : QString()) + activity.text().simplified()
             + QLatin1Char('\n');
+        if ((i + 1) % linesPerPiece == 0) {
+            environment.out << lines;
+            lines.clear();
+        }
     }
     environment.out << lines;
     environment.out << QStringLiteral("Total: %1 (%2 %3)")

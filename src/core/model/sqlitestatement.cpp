@@ -111,11 +111,12 @@ qint64 SqliteStatement::int64(int column) const
 
 QString SqliteStatement::text(int column) const
 {
-    const void *data = sqlite3_column_text16(m_statement, column);
+    // UTF-8 is how the file stores text; asking SQLite for UTF-16 would convert into a buffer of its own
+    // first and then be copied again.
+    const auto *data = reinterpret_cast<const char *>(sqlite3_column_text(m_statement, column));
     if (!data)
         return {};
-    const int bytes = sqlite3_column_bytes16(m_statement, column);
-    return QString(reinterpret_cast<const QChar *>(data), bytes / int(sizeof(QChar)));
+    return QString::fromUtf8(data, sqlite3_column_bytes(m_statement, column));
 }
 
 QDateTime SqliteStatement::instant(int column) const

@@ -662,7 +662,26 @@ std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivityRows(const
 std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivities(const ActivityQuery &query)
 {
     const Where where = whereClause(query);
-    return fetchActivityRows(where.sql, where.binds, orderAndLimit(query), query.textLike, query.limit);
+    // Without a time range the start index would only order the rows, at the price of one table lookup per
+    // row; reading the table in its own order and sorting here is several times faster for a whole journal.
+    const bool sortHere = query.order != ActivityQuery::Order::Unordered && query.limit == 0 && !query.startsFrom
+        && !query.startsUntil && !query.overlapsFrom && !query.overlapsUntil;
+    if (!sortHere)
+        return fetchActivityRows(where.sql, where.binds, orderAndLimit(query), query.textLike, query.limit);
+
+    std::expected<QList<ActivityPtr>, BvError> rows
+        = fetchActivityRows(where.sql, where.binds, QString(), query.textLike, 0);
+    if (!rows)
+        return rows;
+    const bool ascending = query.order == ActivityQuery::Order::TimeFromAscending;
+    std::sort(rows->begin(), rows->end(), [ascending](const ActivityPtr &a, const ActivityPtr &b) {
+        const qint64 from = a->m_timeFrom.toMSecsSinceEpoch();
+        const qint64 otherFrom = b->m_timeFrom.toMSecsSinceEpoch();
+        if (from != otherFrom)
+            return ascending ? from < otherFrom : from > otherFrom;
+        return ascending ? a->m_id < b->m_id : a->m_id > b->m_id;
+    });
+    return rows;
 }
 
 std::expected<ActivityPtr, BvError> StoreContext::activityWithUid(const QString &uid)
