@@ -1,5 +1,3 @@
-#include <cstdio>
-
 #include <QCoreApplication>
 #include <QLoggingCategory>
 #include <QTextStream>
@@ -48,7 +46,7 @@ int main(int argc, char **argv)
                                 } };
 
     CommandLine commandLine;
-    QStringList arguments = QCoreApplication::arguments().mid(1);
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
     if (arguments.value(0) == QLatin1String("--version")) {
         out << "brimvale " << BRIMVALE_VERSION << Qt::endl;
         return 0;

@@ -47,7 +47,8 @@ QString CommandLine::overview() const
                          "Commands:\n");
     for (const auto &command : m_commands)
         text += QStringLiteral("  %1%2\n").arg(command->name().leftJustified(10), command->summary());
-    text += QStringLiteral("\nRun \"brimvale COMMAND --help\" for the options of a command.\n");
+    text += QStringLiteral("\nRun \"brimvale COMMAND --help\" for the options of a command, \"brimvale --version\" for the "
+                           "version.\n");
     return text;
 }
 
