@@ -496,6 +496,24 @@ std::expected<QStringList, BvError> StoreContext::fetchDistinctTexts(TextOrder o
     return texts;
 }
 
+std::expected<QList<int>, BvError> StoreContext::distinctYearMonths()
+{
+    std::expected<QSqlDatabase, BvError> db = m_store.database();
+    if (!db)
+        return std::unexpected(db.error());
+    SqliteStatement rows;
+    if (auto prepared = rows.prepare(SqliteStatement::handle(*db),
+            QStringLiteral("SELECT DISTINCT year_month FROM activities ORDER BY year_month"));
+        !prepared)
+        return std::unexpected(prepared.error());
+    QList<int> months;
+    while (rows.next())
+        months.append(int(rows.int64(0)));
+    if (rows.failed())
+        return std::unexpected(rows.error());
+    return months;
+}
+
 std::expected<QList<StoreContext::ItemTotal>, BvError> StoreContext::itemTotals(bool tasks)
 {
     std::expected<QSqlDatabase, BvError> db = m_store.database();

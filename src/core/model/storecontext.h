@@ -60,6 +60,8 @@ public:
     // Distinct non-null texts of stored activities, newest first or in reverse text order, at most `limit`.
     enum class TextOrder { NewestFirst, TextDescending };
     std::expected<QStringList, BvError> fetchDistinctTexts(TextOrder order, bool onlyNotInvoiced, int limit);
+    // The months (year * 100 + month, local calendar) that hold stored activities, ascending.
+    std::expected<QList<int>, BvError> distinctYearMonths();
     // Every stored project (or task) with the number of its activities and their summed duration in
     // seconds, sorted by name regardless of case.
     struct ItemTotal

@@ -186,6 +186,8 @@ std::expected<void, BvError> BVMonthFile::merge(
     // Fetches read the stored rows only; an element that repeats a uid must find the activity that an
     // earlier element of this file inserted, and no deletion record deleted here may count again.
     QHash<QString, ActivityPtr> insertedHere;
+    QHash<QString, ActivityPtr> storedByUid;
+    bool storedLoaded = false;
     QSet<const DeletedActivity *> deletedHere;
     QHash<QString, QList<DeletedActivityPtr>> tombstonesByUid;
     bool tombstonesLoaded = false;
@@ -227,13 +229,26 @@ std::expected<void, BvError> BVMonthFile::merge(
             continue;
         }
 
-        ActivityPtr activity = insertedHere.value(element.uid);
-        if (!activity) {
-            std::expected<ActivityPtr, BvError> found = context.activityWithUid(element.uid);
+        // One fetch for every uid of the file, at the first element that needs it, instead of a query
+        // per element: a file holds up to a month of activities, and a first sync merges years of them.
+        if (!storedLoaded) {
+            QStringList uids;
+            uids.reserve(elements.size());
+            for (const QJsonValue &candidate : elements) {
+                const QJsonValue uid = candidate.toObject().value(QStringLiteral("uid"));
+                if (uid.isString() && !uid.toString().isEmpty())
+                    uids.append(uid.toString());
+            }
+            std::expected<QHash<QString, ActivityPtr>, BvError> found = context.activitiesWithUids(uids);
             if (!found)
                 return std::unexpected(
                     BVSyncErrors::error(BVSyncErrors::LocalStorageCode, QStringLiteral("Failed to process activity!")));
-            activity = *found;
+            storedByUid = std::move(*found);
+            storedLoaded = true;
+        }
+        ActivityPtr activity = insertedHere.value(element.uid);
+        if (!activity) {
+            activity = storedByUid.value(element.uid);
             if (activity && activity->isDeleted())
                 activity.reset();
         }
