@@ -35,9 +35,8 @@ namespace {
 
 // The wall-clock fields of an instant, worked out directly: listing a whole journal formats hundreds of
 // thousands of instants, and a QDateTime pattern costs several times more per call.
-QString wallClock(const QDateTime &instant, const char *format, bool withSeconds)
+QString wallClock(qint64 utc, const char *format, bool withSeconds)
 {
-    const qint64 utc = instant.toMSecsSinceEpoch();
     const qint64 local = utc + LocalZone::offsetMSecs(utc);
     constexpr qint64 msPerDay = 86400000;
     const qint64 days = local >= 0 ? local / msPerDay : -((-local + msPerDay - 1) / msPerDay);
@@ -61,25 +60,29 @@ QString wallClock(const QDateTime &instant, const char *format, bool withSeconds
 
 QString CliTime::isoLocal(const QDateTime &instant)
 {
-    if (!instant.isValid())
-        return {};
-    return wallClock(instant, "%04d-%02d-%02dT%02d:%02d:%02d", true);
+    return instant.isValid() ? isoLocal(instant.toMSecsSinceEpoch()) : QString();
+}
+
+QString CliTime::isoLocal(qint64 utcMSecs)
+{
+    return wallClock(utcMSecs, "%04d-%02d-%02dT%02d:%02d:%02d", true);
 }
 
 QString CliTime::shortLocal(const QDateTime &instant)
 {
-    if (!instant.isValid())
-        return {};
-    return wallClock(instant, "%04d-%02d-%02d %02d:%02d", false);
+    return instant.isValid() ? shortLocal(instant.toMSecsSinceEpoch()) : QString();
+}
+
+QString CliTime::shortLocal(qint64 utcMSecs)
+{
+    return wallClock(utcMSecs, "%04d-%02d-%02d %02d:%02d", false);
 }
 
 QString CliTime::duration(qint64 seconds)
 {
-    const QString sign = seconds < 0 ? QStringLiteral("-") : QString();
-    const qint64 s = qAbs(seconds);
-    return sign
-        + QStringLiteral("%1:%2:%3")
-              .arg(s / 3600)
-              .arg((s / 60) % 60, 2, 10, QLatin1Char('0'))
-              .arg(s % 60, 2, 10, QLatin1Char('0'));
+    const qint64 s = seconds < 0 ? -seconds : seconds;
+    char text[40];
+    const int length = std::snprintf(text, sizeof text, "%s%lld:%02lld:%02lld", seconds < 0 ? "-" : "",
+        static_cast<long long>(s / 3600), static_cast<long long>(s / 60 % 60), static_cast<long long>(s % 60));
+    return QString::fromLatin1(text, qMax(0, length));
 }

@@ -22,8 +22,10 @@ public:
     static QDateTime nextMidnight(const QDateTime &instant);
     // "yyyy-MM-ddTHH:mm:ss" in the user's time zone.
     static QString isoLocal(const QDateTime &instant);
+    static QString isoLocal(qint64 utcMSecs);
     // "yyyy-MM-dd HH:mm" in the user's time zone.
     static QString shortLocal(const QDateTime &instant);
+    static QString shortLocal(qint64 utcMSecs);
     // Whole seconds as "H:MM:SS".
     static QString duration(qint64 seconds);
 };

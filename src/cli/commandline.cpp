@@ -47,8 +47,9 @@ QString CommandLine::overview() const
                          "Commands:\n");
     for (const auto &command : m_commands)
         text += QStringLiteral("  %1%2\n").arg(command->name().leftJustified(10), command->summary());
-    text += QStringLiteral("\nRun \"brimvale COMMAND --help\" for the options of a command, \"brimvale --version\" for the "
-                           "version.\n");
+    text += QStringLiteral(
+        "\nRun \"brimvale COMMAND --help\" for the options of a command, \"brimvale --version\" for the "
+        "version.\n");
     return text;
 }
 

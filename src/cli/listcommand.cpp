@@ -64,34 +64,39 @@ void appendJsonString(QString &out, const QString &text)
 
 // One activity as a JSON object on one line. Written by hand rather than through QJsonDocument, which
 // needs several times the time and memory for a whole journal.
-void appendJson(QString &out, const Activity &activity)
+void appendJson(QString &out, const ActivityRecord &activity)
 {
     out += QLatin1String("{\"uid\": ");
-    appendJsonString(out, activity.uid());
+    appendJsonString(out, activity.uid);
     out += QLatin1String(", \"text\": ");
-    appendJsonString(out, activity.text());
+    appendJsonString(out, activity.text);
     out += QLatin1String(", \"project\": ");
-    if (activity.project())
-        appendJsonString(out, activity.project()->name());
+    if (!activity.project.isNull())
+        appendJsonString(out, activity.project);
     else
         out += QLatin1String("null");
     out += QLatin1String(", \"tasks\": [");
-    const QString tasks = activity.tasksStr();
-    if (!tasks.isNull()) {
-        bool first = true;
-        for (const QString &task : tasks.split(QStringLiteral(", "))) {
-            if (!first)
-                out += QLatin1String(", ");
-            first = false;
-            appendJsonString(out, task);
-        }
+    for (qsizetype i = 0; i < activity.tasks.size(); ++i) {
+        if (i > 0)
+            out += QLatin1String(", ");
+        appendJsonString(out, activity.tasks.at(i));
     }
-    out += QLatin1String("], \"from\": \"") + CliTime::isoLocal(activity.timeFrom()) + QLatin1String("\", \"to\": \"")
-        + CliTime::isoLocal(activity.timeTo()) + QLatin1String("\", \"created_at\": \"")
-        + CliTime::isoLocal(activity.createdAt()) + QLatin1String("\", \"modified_at\": \"")
-        + CliTime::isoLocal(activity.modifiedAt()) + QLatin1String("\", \"duration_secs\": ")
+    out += QLatin1String("], \"from\": \"") + CliTime::isoLocal(activity.timeFrom) + QLatin1String("\", \"to\": \"")
+        + CliTime::isoLocal(activity.timeTo) + QLatin1String("\", \"created_at\": \"")
+        + CliTime::isoLocal(activity.createdAt) + QLatin1String("\", \"modified_at\": \"")
+        + CliTime::isoLocal(activity.modifiedAt) + QLatin1String("\", \"duration_secs\": ")
         + QString::number(activity.durationSecs()) + QLatin1String(", \"invoiced\": ")
-        + (activity.isInvoiced() ? QLatin1String("true") : QLatin1String("false")) + QLatin1Char('}');
+        + (activity.isInvoiced ? QLatin1String("true") : QLatin1String("false")) + QLatin1Char('}');
+}
+
+// A text on one line of the listing; most texts already are, and keep their own string.
+QString oneLine(const QString &text)
+{
+    for (const QChar c : text) {
+        if (c.unicode() < 0x20 || c == QChar::LineSeparator || c == QChar::ParagraphSeparator)
+            return text.simplified();
+    }
+    return text;
 }
 
 } // namespace
@@ -181,24 +186,25 @@ int ListCommand::run(const QStringList &arguments, CliEnvironment &environment)
     const auto query = filterQuery(parser, *context);
     if (!query)
         return fail(environment, query.error());
-    const auto activities = context->fetchActivities(*query);
+    const auto activities = context->fetchActivityRecords(*query, parser.isSet(json));
     if (!activities)
         return fail(environment, activities.error().message());
+    const qsizetype count = qsizetype(activities->size());
 
     if (parser.isSet(json)) {
         constexpr qsizetype objectsPerPiece = 2048;
         QString text;
         text.reserve(objectsPerPiece * 340);
         text += QLatin1Char('[');
-        for (qsizetype i = 0; i < activities->size(); ++i) {
+        for (qsizetype i = 0; i < count; ++i) {
             text += i == 0 ? QLatin1String("\n  ") : QLatin1String(",\n  ");
-            appendJson(text, *activities->at(i));
+            appendJson(text, (*activities)[std::size_t(i)]);
             if ((i + 1) % objectsPerPiece == 0) {
                 environment.out << text;
                 text.clear();
             }
         }
-        text += activities->isEmpty() ? QLatin1String("]\n") : QLatin1String("\n]\n");
+        text += count == 0 ? QLatin1String("]\n") : QLatin1String("\n]\n");
         environment.out << text;
         environment.out.flush();
         return CliExit::Success;
@@ -209,13 +215,13 @@ int ListCommand::run(const QStringList &arguments, CliEnvironment &environment)
     qint64 total = 0;
     QString lines;
     lines.reserve(linesPerPiece * 128);
-    for (qsizetype i = 0; i < activities->size(); ++i) {
-        const Activity &activity = *activities->at(i);
+    for (qsizetype i = 0; i < count; ++i) {
+        const ActivityRecord &activity = (*activities)[std::size_t(i)];
         total += activity.durationSecs();
-        lines += activity.uid() + QStringLiteral("  ") + CliTime::shortLocal(activity.timeFrom())
-            + QStringLiteral(" – ") + CliTime::shortLocal(activity.timeTo()).mid(11) + QStringLiteral("  ")
+        lines += activity.uid + QStringLiteral("  ") + CliTime::shortLocal(activity.timeFrom) + QStringLiteral(" – ")
+            + CliTime::shortLocal(activity.timeTo).mid(11) + QStringLiteral("  ")
             + CliTime::duration(activity.durationSecs()).rightJustified(9) + QStringLiteral("  ")
-            + (activity.isInvoiced() ? QStringLiteral("[invoiced] ") : QString()) + activity.text().simplified()
+            + (activity.isInvoiced ? QStringLiteral("[invoiced] ") : QString()) + oneLine(activity.text)
             + QLatin1Char('\n');
         if ((i + 1) % linesPerPiece == 0) {
             environment.out << lines;
@@ -225,8 +231,8 @@ int ListCommand::run(const QStringList &arguments, CliEnvironment &environment)
     environment.out << lines;
     environment.out << QStringLiteral("Total: %1 (%2 %3)")
                            .arg(CliTime::duration(total))
-                           .arg(activities->size())
-                           .arg(activities->size() == 1 ? QStringLiteral("activity") : QStringLiteral("activities"))
+                           .arg(count)
+                           .arg(count == 1 ? QStringLiteral("activity") : QStringLiteral("activities"))
                     << Qt::endl;
     return CliExit::Success;
 }

@@ -95,7 +95,7 @@ void Activity::setProject(const ProjectPtr &project)
 
 void Activity::setTasks(const QList<TaskPtr> &tasks)
 {
-    QList<TaskPtr> distinct;
+    QVarLengthArray<TaskPtr, 3> distinct;
     distinct.reserve(tasks.size());
     for (const TaskPtr &task : tasks) {
         if (task && !distinct.contains(task))

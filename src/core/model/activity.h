@@ -7,6 +7,7 @@
 #include <QDateTime>
 #include <QList>
 #include <QString>
+#include <QVarLengthArray>
 
 #include "base/bverror.h"
 #include "model/project.h"
@@ -46,7 +47,7 @@ public:
 
     ProjectPtr project() const { return m_project; }
     void setProject(const ProjectPtr &project);
-    QList<TaskPtr> tasks() const { return m_tasks; }
+    QList<TaskPtr> tasks() const { return QList<TaskPtr>(m_tasks.cbegin(), m_tasks.cend()); }
     void setTasks(const QList<TaskPtr> &tasks);
 
     // Whole seconds between the two instants, each truncated to the second first; 0 if either is absent.
@@ -92,7 +93,8 @@ private:
     bool m_isInvoiced = false;
     int m_yearMonth = 0;
     ProjectPtr m_project;
-    QList<TaskPtr> m_tasks;
+    // Inline for the usual one to three tasks: a whole journal is loaded without an allocation per list.
+    QVarLengthArray<TaskPtr, 3> m_tasks;
     qint64 m_durationSecs = 0;
     qint64 m_durationMins = 0;
 

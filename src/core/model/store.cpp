@@ -140,9 +140,10 @@ std::expected<QSqlDatabase, BvError> Store::openConnection(const QString &name)
     // WAL lets the command line write while the app reads; FULL makes every commit survive a power cut,
     // not only a crash; the foreign keys keep tasks and activities linked consistently. A 16 MB page
     // cache keeps a large import or sync in memory until its commit instead of spilling it half-way, and
-    // statement journals stay in memory rather than in a temporary file per statement.
+    // statement journals stay in memory rather than in a temporary file per statement. Reading the file
+    // through a memory map spares a copy per page when a whole journal is listed.
     for (const auto *pragma : { "PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON",
-             "PRAGMA cache_size = -16384", "PRAGMA temp_store = MEMORY" }) {
+             "PRAGMA cache_size = -16384", "PRAGMA temp_store = MEMORY", "PRAGMA mmap_size = 268435456" }) {
         if (!query.exec(QString::fromLatin1(pragma))) {
             const BvError error = StoreErrors::fromSql(query.lastError());
             db.close();

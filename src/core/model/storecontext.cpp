@@ -134,6 +134,28 @@ bool prepareAndBind(QSqlQuery &query, const QString &sql, const QVariantList &bi
     return true;
 }
 
+// Puts records read in table order into the query's order (start, then row id), when SQL did not.
+void sortRecords(
+    std::vector<ActivityRecord> &records, const std::vector<qint64> &ids, const ActivityQuery &query, bool sortHere)
+{
+    if (!sortHere)
+        return;
+    const bool ascending = query.order == ActivityQuery::Order::TimeFromAscending;
+    std::vector<std::size_t> order(records.size());
+    for (std::size_t i = 0; i < order.size(); ++i)
+        order[i] = i;
+    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
+        if (records[a].timeFrom != records[b].timeFrom)
+            return ascending ? records[a].timeFrom < records[b].timeFrom : records[a].timeFrom > records[b].timeFrom;
+        return ascending ? ids[a] < ids[b] : ids[a] > ids[b];
+    });
+    std::vector<ActivityRecord> sorted;
+    sorted.reserve(records.size());
+    for (std::size_t i : order)
+        sorted.push_back(std::move(records[i]));
+    records = std::move(sorted);
+}
+
 } // namespace
 
 StoreContext::StoreContext(Store &store)
@@ -700,6 +722,119 @@ std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivities(const A
         return ascending ? a->m_id < b->m_id : a->m_id > b->m_id;
     });
     return rows;
+}
+
+std::expected<std::vector<ActivityRecord>, BvError> StoreContext::fetchActivityRecords(
+    const ActivityQuery &query, bool withTasks)
+{
+    if (std::expected<void, BvError> loaded = loadItems(true); !loaded)
+        return std::unexpected(loaded.error());
+    std::expected<QSqlDatabase, BvError> db = m_store.database();
+    if (!db)
+        return std::unexpected(db.error());
+    sqlite3 *handle = SqliteStatement::handle(*db);
+    const Where where = whereClause(query);
+    const bool sortHere = query.order != ActivityQuery::Order::Unordered && query.limit == 0 && !query.startsFrom
+        && !query.startsUntil && !query.overlapsFrom && !query.overlapsUntil;
+    SqliteStatement rows;
+    if (auto prepared = rows.prepare(handle,
+            QStringLiteral("SELECT a.id, a.uid, a.text, a.time_from, a.time_to, a.created_at, "
+                           "a.modified_at, a.is_invoiced, a.project_id FROM activities a")
+                + where.sql + (sortHere ? QString() : orderAndLimit(query)));
+        !prepared)
+        return std::unexpected(prepared.error());
+    bindAll(rows, where.binds);
+    const std::optional<LikePattern> pattern
+        = query.textLike ? std::optional<LikePattern>(LikePattern(*query.textLike)) : std::nullopt;
+    std::vector<ActivityRecord> records;
+    std::vector<qint64> ids;
+    while (rows.next()) {
+        if (pattern && !pattern->matches(rows.text(2)))
+            continue;
+        if (query.limit > 0 && qsizetype(records.size()) >= query.limit)
+            break;
+        ActivityRecord record;
+        record.uid = rows.text(1);
+        record.text = rows.text(2);
+        record.timeFrom = rows.int64(3);
+        record.timeTo = rows.int64(4);
+        record.createdAt = rows.int64(5);
+        record.modifiedAt = rows.int64(6);
+        record.isInvoiced = rows.int64(7) != 0;
+        if (!rows.isNull(8)) {
+            if (const auto project = m_projects.byId.value(rows.int64(8)))
+                record.project = project->name();
+        }
+        ids.push_back(rows.int64(0));
+        records.push_back(std::move(record));
+    }
+    if (rows.failed())
+        return std::unexpected(rows.error());
+    if (records.empty())
+        return records;
+    if (!withTasks) {
+        sortRecords(records, ids, query, sortHere);
+        return records;
+    }
+
+    // Task names through the link table, read whole and matched by row id: ids are dense, so a vector
+    // indexed by id maps a link to its record.
+    const qint64 highestId = *std::max_element(ids.cbegin(), ids.cend());
+    if (highestId < 4 * qint64(ids.size()) + 1024 || records.size() > std::size_t(kScanTaskLinksAbove)) {
+        std::vector<qint32> recordOf;
+        QHash<qint64, qint32> sparse;
+        const bool dense = highestId < 4 * qint64(ids.size()) + 1024;
+        if (dense)
+            recordOf.assign(std::size_t(highestId) + 1, -1);
+        for (std::size_t i = 0; i < ids.size(); ++i) {
+            if (dense)
+                recordOf[std::size_t(ids[i])] = qint32(i);
+            else
+                sparse.insert(ids[i], qint32(i));
+        }
+        SqliteStatement links;
+        if (auto prepared = links.prepare(handle, QStringLiteral("SELECT activity_id, task_id FROM activity_tasks"));
+            !prepared)
+            return std::unexpected(prepared.error());
+        while (links.next()) {
+            const qint64 activityId = links.int64(0);
+            qint32 index = -1;
+            if (dense)
+                index = activityId >= 0 && activityId <= highestId ? recordOf[std::size_t(activityId)] : -1;
+            else
+                index = sparse.value(activityId, -1);
+            if (index < 0)
+                continue;
+            // A link is unique and so is a task's name: no name can come twice.
+            if (const auto task = m_tasks.byId.value(links.int64(1)))
+                records[std::size_t(index)].tasks.append(task->name());
+        }
+        if (links.failed())
+            return std::unexpected(links.error());
+    } else {
+        SqliteStatement links;
+        if (auto prepared
+            = links.prepare(handle, QStringLiteral("SELECT task_id FROM activity_tasks WHERE activity_id = ?"));
+            !prepared)
+            return std::unexpected(prepared.error());
+        for (std::size_t i = 0; i < ids.size(); ++i) {
+            links.bindInt64(1, ids[i]);
+            while (links.next()) {
+                if (const auto task = m_tasks.byId.value(links.int64(0)))
+                    records[i].tasks.append(task->name());
+            }
+            if (links.failed())
+                return std::unexpected(links.error());
+            links.reset();
+        }
+    }
+    for (ActivityRecord &record : records) {
+        if (record.tasks.size() > 1)
+            record.tasks.sort();
+    }
+
+    sortRecords(records, ids, query, sortHere);
+    return records;
 }
 
 std::expected<ActivityPtr, BvError> StoreContext::activityWithUid(const QString &uid)
