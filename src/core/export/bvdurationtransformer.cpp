@@ -1,50 +1,10 @@
 #include "export/bvdurationtransformer.h"
 
 #include <charconv>
-#include <cmath>
-#include <limits>
+
+#include "base/variantnumber.h"
 
 namespace {
-
-bool isNumber(const QVariant &value)
-{
-    switch (value.typeId()) {
-    case QMetaType::Bool:
-    case QMetaType::Char:
-    case QMetaType::SChar:
-    case QMetaType::UChar:
-    case QMetaType::Short:
-    case QMetaType::UShort:
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::Long:
-    case QMetaType::ULong:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Float:
-    case QMetaType::Double:
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool isFloating(const QVariant &value)
-{
-    return value.typeId() == QMetaType::Float || value.typeId() == QMetaType::Double;
-}
-
-// A floating-point number cut to an integer the way a C cast does, kept inside the 64-bit range.
-qint64 truncated(double value)
-{
-    if (std::isnan(value))
-        return 0;
-    if (value >= 9.2e18)
-        return std::numeric_limits<qint64>::max();
-    if (value <= -9.2e18)
-        return std::numeric_limits<qint64>::min();
-    return qint64(value);
-}
 
 // "%.2ld": at least two digits, the sign in front of them.
 void appendTwoDigits(QString &out, qint64 value)
@@ -77,11 +37,11 @@ QString fixed(double value, int precision)
 
 QString BVDurationTransformer::transformedValue(const QVariant &value) const
 {
-    if (!isNumber(value))
+    if (!VariantNumber::isNumber(value))
         return QStringLiteral("");
-    if (isFloating(value)) {
+    if (VariantNumber::isFloating(value)) {
         const double seconds = value.toDouble();
-        return render(truncated(seconds), float(seconds));
+        return render(VariantNumber::truncated(seconds), float(seconds));
     }
     if (value.typeId() == QMetaType::ULongLong || value.typeId() == QMetaType::ULong) {
         const qulonglong seconds = value.toULongLong();

@@ -2,33 +2,20 @@
 
 #include <cmath>
 
+#include "base/variantnumber.h"
+
 QString BvMinutesTransformer::transformedValue(const QVariant &value) const
 {
-    switch (value.typeId()) {
-    case QMetaType::Float:
-    case QMetaType::Double: {
+    if (VariantNumber::isFloating(value)) {
         const double minutes = value.toDouble();
         // Out of the 64-bit range a cast would be undefined; no real count of minutes gets there.
         if (!std::isfinite(minutes) || std::fabs(minutes) >= 9.2e18)
             return QStringLiteral("");
         return transformedValue(qint64(minutes));
     }
-    case QMetaType::Bool:
-    case QMetaType::Char:
-    case QMetaType::SChar:
-    case QMetaType::UChar:
-    case QMetaType::Short:
-    case QMetaType::UShort:
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::Long:
-    case QMetaType::ULong:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
+    if (VariantNumber::isNumber(value))
         return transformedValue(value.toLongLong());
-    default:
-        return QStringLiteral("");
-    }
+    return QStringLiteral("");
 }
 
 QString BvMinutesTransformer::transformedValue(qint64 minutes) const

@@ -10,30 +10,9 @@
 #include <QStandardPaths>
 
 #include "base/logging.h"
+#include "base/variantnumber.h"
 
 namespace {
-
-bool isIntegral(const QVariant &value)
-{
-    switch (value.typeId()) {
-    case QMetaType::Int:
-    case QMetaType::UInt:
-    case QMetaType::Long:
-    case QMetaType::ULong:
-    case QMetaType::LongLong:
-    case QMetaType::ULongLong:
-    case QMetaType::Short:
-    case QMetaType::UShort:
-        return true;
-    default:
-        return false;
-    }
-}
-
-bool isFloating(const QVariant &value)
-{
-    return value.typeId() == QMetaType::Double || value.typeId() == QMetaType::Float;
-}
 
 QString numberText(double value)
 {
@@ -98,17 +77,6 @@ bool textIsTrue(QStringView text)
     return c == u'Y' || c == u'y' || c == u'T' || c == u't' || (c >= u'1' && c <= u'9');
 }
 
-qint64 truncated(double value)
-{
-    if (value != value)
-        return 0;
-    if (value >= 9.2e18)
-        return std::numeric_limits<qint64>::max();
-    if (value <= -9.2e18)
-        return std::numeric_limits<qint64>::min();
-    return static_cast<qint64>(value);
-}
-
 } // namespace
 
 UserDefaults::UserDefaults(const QString &filePath)
@@ -149,9 +117,9 @@ QString UserDefaults::stringForKey(const QString &key) const
         return textOf(value);
     if (value.typeId() == QMetaType::Bool)
         return value.toBool() ? QStringLiteral("1") : QStringLiteral("0");
-    if (isIntegral(value))
+    if (VariantNumber::isInteger(value))
         return value.toString();
-    if (isFloating(value))
+    if (VariantNumber::isFloating(value))
         return numberText(value.toDouble());
     return {};
 }
@@ -163,10 +131,10 @@ qint64 UserDefaults::integerForKey(const QString &key) const
         return leadingInteger(textOf(value));
     if (value.typeId() == QMetaType::Bool)
         return value.toBool() ? 1 : 0;
-    if (isIntegral(value))
+    if (VariantNumber::isInteger(value))
         return value.toLongLong();
-    if (isFloating(value))
-        return truncated(value.toDouble());
+    if (VariantNumber::isFloating(value))
+        return VariantNumber::truncated(value.toDouble());
     return 0;
 }
 
@@ -177,9 +145,9 @@ bool UserDefaults::boolForKey(const QString &key) const
         return textIsTrue(textOf(value));
     if (value.typeId() == QMetaType::Bool)
         return value.toBool();
-    if (isIntegral(value))
+    if (VariantNumber::isInteger(value))
         return value.toLongLong() != 0;
-    if (isFloating(value))
+    if (VariantNumber::isFloating(value))
         return value.toDouble() != 0.0;
     return false;
 }
@@ -199,9 +167,9 @@ void UserDefaults::setObject(const QVariant &value, const QString &key)
     // the file is reloaded.
     if (value.typeId() == QMetaType::Bool)
         m_settings.setValue(key, value.toBool() ? QStringLiteral("1") : QStringLiteral("0"));
-    else if (isIntegral(value))
+    else if (VariantNumber::isInteger(value))
         m_settings.setValue(key, value.toString());
-    else if (isFloating(value))
+    else if (VariantNumber::isFloating(value))
         m_settings.setValue(key, numberText(value.toDouble()));
     else
         m_settings.setValue(key, value);
