@@ -7,6 +7,7 @@
 #include "cli/importcommand.h"
 #include "cli/itemtotalscommand.h"
 #include "cli/listcommand.h"
+#include "cli/synccommand.h"
 
 namespace {
 bool isHelp(const QString &word)
@@ -25,6 +26,7 @@ CommandLine::CommandLine()
     m_commands.push_back(std::make_unique<ItemTotalsCommand>(true));
     m_commands.push_back(std::make_unique<ExportCommand>());
     m_commands.push_back(std::make_unique<ImportCommand>());
+    m_commands.push_back(std::make_unique<SyncCommand>());
 }
 
 CommandLine::~CommandLine() = default;

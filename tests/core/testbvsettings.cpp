@@ -200,7 +200,8 @@ void TestBvSettings::storedValuesReadWithinTheirRanges_data()
     row("idle action 0 is 1", "defaultIdleAction", 0, "defaultIdleAction", 1);
     row("idle action 3 is 1", "defaultIdleAction", 3, "defaultIdleAction", 1);
     row("idle action 2 stays", "defaultIdleAction", 2, "defaultIdleAction", 2);
-    row("sync method 2 is 0", "syncMethod", 2, "syncMethod", 0);
+    row("sync method 3 is 0", "syncMethod", 3, "syncMethod", 0);
+    row("sync method 2 stays", "syncMethod", 2, "syncMethod", 2);
     row("sync method -1 is 0", "syncMethod", -1, "syncMethod", 0);
     row("sync method 1 stays", "syncMethod", 1, "syncMethod", 1);
     row("sync interval 4 is 0", "dropboxSyncInterval", 4, "dropboxSyncInterval", 0);

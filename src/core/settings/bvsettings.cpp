@@ -54,6 +54,7 @@ const auto IdleDetectionTimeout = QStringLiteral("idleDetectionTimeout");
 const auto DefaultIdleAction = QStringLiteral("defaultIdleAction");
 const auto LastActivityText = QStringLiteral("lastActivityText");
 const auto SyncMethod = QStringLiteral("syncMethod");
+const auto SyncFolderPath = QStringLiteral("syncFolderPath");
 const auto DropboxSyncInterval = QStringLiteral("dropboxSyncInterval");
 const auto DropboxLastSyncTime = QStringLiteral("dropboxLastSyncTime");
 const auto DropboxAccountName = QStringLiteral("dropbox_account_name");
@@ -683,7 +684,7 @@ void BvSettings::setLastActivityText(const QString &lastActivityText)
 
 int BvSettings::syncMethod() const
 {
-    return inRangeOr(m_defaults->integerForKey(Key::SyncMethod), 0, 1, 0);
+    return inRangeOr(m_defaults->integerForKey(Key::SyncMethod), 0, 2, 0);
 }
 
 void BvSettings::setSyncMethod(int syncMethod)
@@ -693,6 +694,19 @@ void BvSettings::setSyncMethod(int syncMethod)
     m_defaults->synchronize();
     if (this->syncMethod() != before)
         Q_EMIT syncMethodChanged();
+}
+
+QString BvSettings::syncFolderPath() const
+{
+    return m_defaults->stringForKey(Key::SyncFolderPath);
+}
+
+void BvSettings::setSyncFolderPath(const QString &syncFolderPath)
+{
+    const QString before = this->syncFolderPath();
+    writeString(syncFolderPath, Key::SyncFolderPath);
+    if (this->syncFolderPath() != before)
+        Q_EMIT syncFolderPathChanged();
 }
 
 int BvSettings::dropboxSyncInterval() const
@@ -893,5 +907,5 @@ QList<EnumDescription> BvSettings::durationFormatValues()
 
 QList<EnumDescription> BvSettings::syncMethodValues()
 {
-    return { { 0, tr("don't sync") }, { 1, tr("Dropbox") } };
+    return { { 0, tr("don't sync") }, { 1, tr("Dropbox") }, { 2, tr("Folder") } };
 }

@@ -167,9 +167,13 @@ public:
     QString lastActivityText() const;
     void setLastActivityText(const QString &lastActivityText);
 
-    // 0 no sync, 1 Dropbox (live); other stored values read as 0.
+    // 0 no sync, 1 Dropbox, 2 a folder kept in sync by another tool (live); other stored values read as 0.
     int syncMethod() const;
     void setSyncMethod(int syncMethod);
+    // The folder that sync method 2 writes its files into (live); null when none was chosen. A null string
+    // removes the key.
+    QString syncFolderPath() const;
+    void setSyncFolderPath(const QString &syncFolderPath);
     // Automatic sync: 0 manually, 1 every 15 minutes, 2 every 30 minutes, 3 every hour (live); other stored
     // values read as 0. Every call emits dropboxSyncIntervalChanged, changed or not.
     int dropboxSyncInterval() const;
@@ -235,6 +239,7 @@ Q_SIGNALS:
     void appNotificationTypeChanged();
     void globalHotKeyChanged();
     void syncMethodChanged();
+    void syncFolderPathChanged();
     void dropboxSyncIntervalChanged();
 
 private:

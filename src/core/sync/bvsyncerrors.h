@@ -18,6 +18,8 @@ enum Code {
     LocalStorageCode = 2,
     // A file of the cache folder could not be made, written or removed.
     FileSystemCode = 3,
+    // The chosen sync method cannot run on this machine as it is set up.
+    ConfigurationCode = 4,
 };
 
 BvError error(Code code, const QString &details);

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <QFile>
+#include <QLockFile>
 #include <QMutexLocker>
 #include <QSet>
 
@@ -181,6 +182,7 @@ void BVSyncService::endRun()
     m_context.reset();
     m_filesToMerge.clear();
     m_cachedFiles.clear();
+    m_lock.reset();
 }
 
 bool BVSyncService::returnAndCancel()
@@ -209,6 +211,16 @@ void BVSyncService::startRun()
 {
     if (!m_store) {
         delegateNotifyError(QStringLiteral("Local storage error: %1").arg(QStringLiteral("no store to synchronise")));
+        return;
+    }
+    // One run at a time per store, also across processes (the app's timer and the command line): two runs
+    // would upload against each other's revisions and race on the cache rows. A lock left by a process
+    // that died is taken over; a long run is never mistaken for a dead one.
+    m_lock = std::make_unique<QLockFile>(m_store->storePath() + QStringLiteral(".sync-lock"));
+    m_lock->setStaleLockTime(0);
+    if (!m_lock->tryLock(0)) {
+        m_lock.reset();
+        delegateNotifyError(QStringLiteral("Another sync operation is running. Please retry sync when it has finished"));
         return;
     }
     m_context = m_store->newContext();

@@ -18,6 +18,7 @@
 #include "sync/bvtmpsyncfile.h"
 
 class BVSyncCache;
+class QLockFile;
 class BVSyncServiceBackend;
 class BvSettings;
 class Store;
@@ -136,6 +137,7 @@ private:
 
     // The run's state, touched on m_thread only.
     std::unique_ptr<StoreContext> m_context;
+    std::unique_ptr<QLockFile> m_lock;
     bool m_ended = false;
     QList<BVTmpSyncFile> m_filesToMerge;
     QList<BVTmpSyncFile> m_cachedFiles;

@@ -1,0 +1,69 @@
+#include "cli/synccommand.h"
+
+#include <QEventLoop>
+
+#include "model/store.h"
+#include "settings/bvsettings.h"
+#include "sync/bvfoldersyncbackend.h"
+#include "sync/bvsyncbackendfactory.h"
+#include "sync/bvsyncerrors.h"
+#include "sync/bvsyncservice.h"
+
+int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Runs one sync with the sync method chosen in the preferences: merges what your other computers "
+        "changed and uploads what changed here."));
+    const QCommandLineOption folder(QStringLiteral("folder"),
+        QStringLiteral("Sync through this folder (kept in sync by another tool) instead of the chosen method."),
+        QStringLiteral("DIR"));
+    const QCommandLineOption log(
+        QStringLiteral("log"), QStringLiteral("Print the run's activity log on stderr when it ends."));
+    parser.addOption(folder);
+    parser.addOption(log);
+    if (const std::optional<int> done = parse(parser, arguments, environment))
+        return *done;
+    if (!parser.positionalArguments().isEmpty())
+        return fail(environment, QStringLiteral("sync takes no arguments (see brimvale sync --help)."));
+
+    std::unique_ptr<BVSyncServiceBackend> backend;
+    BvSettings *settings = environment.settings();
+    if (parser.isSet(folder)) {
+        backend = std::make_unique<BVFolderSyncBackend>(parser.value(folder));
+    } else {
+        auto made = BVSyncBackendFactory::backendForSettings(*settings);
+        if (!made)
+            return fail(environment, made.error().message());
+        backend = std::move(*made);
+    }
+
+    std::unique_ptr<Store> store = openStore(environment);
+    if (!store)
+        return CliExit::StoreUnavailable;
+
+    // The command line tracks nothing itself, so no activity is held back from the files.
+    BVSyncService service(std::move(backend), std::nullopt);
+    service.setMOC(*store);
+    service.setSettings(settings);
+    QEventLoop loop;
+    QObject::connect(&service, &BVSyncService::syncServiceProgress, &loop,
+        [&](const QString &message) { environment.out << message << Qt::endl; });
+    QObject::connect(&service, &BVSyncService::syncServiceFinish, &loop, [&](const QString &message) {
+        environment.out << message << Qt::endl;
+        loop.exit(CliExit::Success);
+    });
+    QObject::connect(&service, &BVSyncService::syncServiceError, &loop, [&](const QString &details) {
+        environment.err << QString::fromLatin1(BVSyncErrors::Title) << '\n' << details << Qt::endl;
+        loop.exit(CliExit::Failure);
+    });
+    QObject::connect(&service, &BVSyncService::syncServiceCancelled, &loop, [&]() {
+        environment.err << QStringLiteral("Operation cancelled.") << Qt::endl;
+        loop.exit(CliExit::Failure);
+    });
+    service.sync();
+    const int status = loop.exec();
+    if (parser.isSet(log))
+        environment.err << service.activityLog() << Qt::endl;
+    return status;
+}

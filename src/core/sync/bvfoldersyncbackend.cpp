@@ -1,0 +1,337 @@
+#include "sync/bvfoldersyncbackend.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QRegularExpression>
+#include <QSaveFile>
+#include <QSysInfo>
+
+#include "base/logging.h"
+#include "sync/bvsynccache.h"
+#include "sync/bvsyncconflictcopy.h"
+#include "sync/bvsyncfilename.h"
+
+namespace {
+
+QString hostTag()
+{
+    QString host = QSysInfo::machineHostName();
+    host.replace(QRegularExpression(QStringLiteral("[^A-Za-z0-9-]")), QStringLiteral("_"));
+    return host.isEmpty() ? QStringLiteral("host") : host;
+}
+
+// ".2024-03.json.brimvale-<host>-<pid>.tmp": hidden, and telling which process on which machine wrote it.
+QString temporaryName(const QString &name)
+{
+    return QLatin1Char('.') + name + QStringLiteral(".brimvale-") + hostTag() + QLatin1Char('-')
+        + QString::number(::getpid()) + QStringLiteral(".tmp");
+}
+
+QString systemError(int error)
+{
+    return QString::fromLocal8Bit(std::strerror(error));
+}
+
+std::optional<QByteArray> readAll(const QString &path, QString *error)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly)) {
+        *error = file.errorString();
+        return std::nullopt;
+    }
+    QByteArray content = file.readAll();
+    if (file.error() != QFileDevice::NoError) {
+        *error = file.errorString();
+        return std::nullopt;
+    }
+    return content;
+}
+
+} // namespace
+
+BVFolderSyncBackend::BVFolderSyncBackend(const QString &folderPath)
+    : m_folder(folderPath.isEmpty() ? QString() : QDir::cleanPath(QDir(folderPath).absolutePath()))
+    , m_revisions(m_folder, BVSyncCache::cacheDirectory(QString::fromLatin1(CachePrefix)) + QStringLiteral("-revisions.json"))
+{ }
+
+BVFolderSyncBackend::~BVFolderSyncBackend()
+{
+    if (!m_folder.isEmpty())
+        m_revisions.save();
+}
+
+QString BVFolderSyncBackend::pathOf(const QString &name) const
+{
+    return m_folder + QLatin1Char('/') + name;
+}
+
+void BVFolderSyncBackend::reportError(const QString &message) const
+{
+    qCWarning(lcSync).noquote() << message;
+    if (m_errorHandler)
+        m_errorHandler(message);
+}
+
+void BVFolderSyncBackend::reportProgress(const QString &message) const
+{
+    if (m_progressHandler)
+        m_progressHandler(message);
+}
+
+void BVFolderSyncBackend::log(const QString &line) const
+{
+    qCInfo(lcSync).noquote() << line;
+    if (m_logHandler)
+        m_logHandler(line);
+}
+
+void BVFolderSyncBackend::initializeBackend(Completion completion)
+{
+    if (m_folder.isEmpty()) {
+        reportError(QStringLiteral("No sync folder is set. Please choose the sync folder in preferences"));
+        return;
+    }
+    const QFileInfo folder(m_folder);
+    if (!folder.exists()) {
+        reportError(QStringLiteral("The sync folder \"%1\" does not exist. Please check the sync folder in preferences")
+                        .arg(m_folder));
+        return;
+    }
+    if (!folder.isDir()) {
+        reportError(QStringLiteral("The sync folder \"%1\" is not a folder. Please check the sync folder in preferences")
+                        .arg(m_folder));
+        return;
+    }
+    log(QStringLiteral("Sync folder: %1").arg(m_folder));
+    completion();
+}
+
+void BVFolderSyncBackend::deleteSavepoint() { }
+
+void BVFolderSyncBackend::saveSavepoint() { }
+
+void BVFolderSyncBackend::fetchChangesWithLocalCache(
+    const QList<BVTmpSyncFile> &localCache, ChangesHandler andHandler)
+{
+    Q_UNUSED(localCache)
+    reportProgress(QStringLiteral("Reading the sync folder..."));
+    const QDir folder(m_folder);
+    const auto list = [&] { return folder.entryList(QDir::Files | QDir::Hidden | QDir::System, QDir::Name); };
+    if (!folder.isReadable()) {
+        reportError(QStringLiteral("Failed to list the sync folder \"%1\"").arg(m_folder));
+        return;
+    }
+    QStringList names = list();
+    removeAbandonedUploads(names);
+    mergeConflictCopies(names);
+    names = list();
+
+    QList<BVTmpSyncFile> changes;
+    for (const QString &name : std::as_const(names)) {
+        if (!BVSyncFileName::match(name, std::nullopt))
+            continue;
+        const BVFolderRevisions::Result revision = m_revisions.revision(name);
+        if (!revision.error.isEmpty()) {
+            reportError(QStringLiteral("Failed to read %1 in the sync folder. %2").arg(name, revision.error));
+            return;
+        }
+        if (revision.revision.isNull())
+            continue; // removed while listing
+        log(QStringLiteral("Folder file: %1; rev: %2").arg(name, revision.revision));
+        if (auto file = BVTmpSyncFile::fromFileName(name, std::nullopt, SyncMethod, revision.revision))
+            changes.append(*file);
+    }
+    m_revisions.keepOnly(names);
+    m_revisions.save();
+    andHandler(changes, true);
+}
+
+void BVFolderSyncBackend::removeAbandonedUploads(const QStringList &names)
+{
+    // Only this machine's own leftovers, of processes that are gone: another machine's upload, or one of
+    // a run still under way here, is none of our business.
+    static const QRegularExpression pattern(QStringLiteral("\\A\\..+\\.brimvale-(.+)-([0-9]+)\\.tmp\\z"));
+    const QString host = hostTag();
+    for (const QString &name : names) {
+        const QRegularExpressionMatch match = pattern.match(name);
+        if (!match.hasMatch() || match.captured(1) != host)
+            continue;
+        const pid_t pid = pid_t(match.captured(2).toLongLong());
+        if (pid == ::getpid() || (::kill(pid, 0) != 0 && errno == ESRCH)) {
+            if (QFile::remove(pathOf(name)))
+                log(QStringLiteral("Removed abandoned upload %1").arg(name));
+        }
+    }
+}
+
+void BVFolderSyncBackend::mergeConflictCopies(const QStringList &names)
+{
+    for (const QString &name : names) {
+        const std::optional<QString> original = BVSyncConflictCopy::originalFileName(name);
+        if (!original)
+            continue;
+        QString error;
+        const std::optional<QByteArray> copy = readAll(pathOf(name), &error);
+        if (!copy) {
+            log(QStringLiteral("Conflict copy %1 left in place: %2").arg(name, error));
+            continue;
+        }
+        QByteArray current;
+        if (QFileInfo::exists(pathOf(*original))) {
+            const std::optional<QByteArray> content = readAll(pathOf(*original), &error);
+            if (!content) {
+                log(QStringLiteral("Conflict copy %1 left in place: %2").arg(name, error));
+                continue;
+            }
+            current = *content;
+        }
+        const std::expected<QByteArray, QString> merged = BVSyncConflictCopy::merge(*original, current, *copy);
+        if (!merged) {
+            log(QStringLiteral("Conflict copy %1 left in place: %2").arg(name, merged.error()));
+            continue;
+        }
+        if (*merged != current) {
+            error = replaceFile(*original, *merged);
+            if (!error.isEmpty()) {
+                log(QStringLiteral("Conflict copy %1 left in place: %2").arg(name, error));
+                continue;
+            }
+        }
+        // The copy goes only once its records are safe in the file: a run stopped in between merges it
+        // again, which changes nothing.
+        if (QFile::remove(pathOf(name)))
+            log(QStringLiteral("Merged conflict copy %1 into %2").arg(name, *original));
+        else
+            log(QStringLiteral("Merged conflict copy %1 into %2, but could not remove it").arg(name, *original));
+    }
+}
+
+QString BVFolderSyncBackend::replaceFile(const QString &name, const QByteArray &content)
+{
+    const QString temporary = pathOf(temporaryName(name));
+    const QByteArray temporaryPath = QFile::encodeName(temporary);
+    const int fd = ::open(temporaryPath.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0)
+        return systemError(errno);
+    qsizetype written = 0;
+    while (written < content.size()) {
+        const ssize_t n = ::write(fd, content.constData() + written, size_t(content.size() - written));
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            const int error = n < 0 ? errno : EIO;
+            ::close(fd);
+            ::unlink(temporaryPath.constData());
+            return systemError(error);
+        }
+        written += n;
+    }
+    // On disk before the rename, so that a crash leaves the old file or the new one, never an empty one.
+    if (::fsync(fd) != 0 || ::close(fd) != 0) {
+        const int error = errno;
+        ::unlink(temporaryPath.constData());
+        return systemError(error);
+    }
+    if (std::rename(temporaryPath.constData(), QFile::encodeName(pathOf(name)).constData()) != 0) {
+        const int error = errno;
+        ::unlink(temporaryPath.constData());
+        return systemError(error);
+    }
+    const int folder = ::open(QFile::encodeName(m_folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder >= 0) {
+        ::fsync(folder);
+        ::close(folder);
+    }
+    return {};
+}
+
+void BVFolderSyncBackend::downloadFileWithName(const QString &name, const std::optional<QString> &expectedRevision,
+    const QString &saveToFile, DownloadCallback andCallback)
+{
+    const QString path = pathOf(name);
+    if (!QFileInfo::exists(path)) {
+        // Like a missing file on Dropbox: no error unless a certain revision was expected.
+        if (!expectedRevision) {
+            andCallback(false);
+            return;
+        }
+        reportError(QStringLiteral("Failed to retrieve %1 file. It is no longer in the sync folder.").arg(name));
+        return;
+    }
+    QString error;
+    const std::optional<QByteArray> content = readAll(path, &error);
+    if (!content) {
+        reportError(QStringLiteral("Failed to read %1 from the sync folder. %2").arg(name, error));
+        return;
+    }
+    // The revision of exactly the bytes taken, so that a file changed since the listing is never merged
+    // under the listed revision.
+    const QString revision = BVFolderRevisions::revisionOfContent(*content);
+    if (expectedRevision && *expectedRevision != revision) {
+        reportError(QStringLiteral("Invalid revision for %1 file. Expected revision: %2, received revision: %3. File "
+                                   "has been changed in the sync folder.")
+                        .arg(name, *expectedRevision, revision));
+        return;
+    }
+    QSaveFile target(saveToFile);
+    if (!target.open(QIODevice::WriteOnly) || target.write(*content) != content->size() || !target.commit()) {
+        reportError(QStringLiteral("Failed to move file %1 to cache. %2").arg(saveToFile, target.errorString()));
+        return;
+    }
+    andCallback(true);
+}
+
+void BVFolderSyncBackend::uploadFile(
+    const QString &file, const std::optional<BVTmpSyncFile> &withRevision, UploadBlock andBlock)
+{
+    const QString name = QFileInfo(file).fileName();
+    QString error;
+    const std::optional<QByteArray> content = readAll(file, &error);
+    if (!content) {
+        reportError(QStringLiteral("Failed to read %1. %2").arg(file, error));
+        return;
+    }
+    const BVFolderRevisions::Result current = m_revisions.revision(name);
+    if (!current.error.isEmpty()) {
+        reportError(QStringLiteral("Failed to read %1 in the sync folder. %2\n\nPlease retry sync").arg(name, current.error));
+        return;
+    }
+    const std::optional<QString> expected = withRevision ? withRevision->revisionValue() : std::nullopt;
+    const bool matches = current.revision.isNull() ? !expected.has_value() : expected == current.revision;
+    if (!matches) {
+        const QString none = QStringLiteral("none");
+        log(QStringLiteral("Failed to upload file to the sync folder (file: %1; revision: %2)")
+                .arg(name, expected.value_or(none)));
+        reportError(QStringLiteral("%1 has been changed in the sync folder since it was merged (expected revision: "
+                                   "%2, found revision: %3).\n\nPlease retry sync")
+                        .arg(name, expected.value_or(none), current.revision.isNull() ? none : current.revision));
+        return;
+    }
+    error = replaceFile(name, *content);
+    if (!error.isEmpty()) {
+        reportError(QStringLiteral("Failed to write %1 to the sync folder. %2\n\nPlease retry sync").arg(name, error));
+        return;
+    }
+    m_revisions.remember(name, *content);
+    andBlock(BVFolderRevisions::revisionOfContent(*content));
+}
+
+void BVFolderSyncBackend::deleteFile(const BVTmpSyncFile &file, Completion andBlock)
+{
+    const QString name = file.fileName();
+    QFile remote(pathOf(name));
+    if (remote.exists() && !remote.remove()) {
+        reportError(QStringLiteral("Failed to delete %1 from the sync folder. %2").arg(name, remote.errorString()));
+        return;
+    }
+    m_revisions.forget(name);
+    andBlock();
+}

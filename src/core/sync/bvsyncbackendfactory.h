@@ -1,0 +1,18 @@
+#pragma once
+
+#include <expected>
+#include <memory>
+
+#include "base/bverror.h"
+
+class BVSyncServiceBackend;
+class BvSettings;
+
+// Makes the backend of the sync method the user chose. Main thread (it reads the settings).
+class BVSyncBackendFactory
+{
+public:
+    // Fails with the text to show when the chosen method cannot run: sync turned off, Dropbox not
+    // connected on this machine.
+    static std::expected<std::unique_ptr<BVSyncServiceBackend>, BvError> backendForSettings(const BvSettings &settings);
+};

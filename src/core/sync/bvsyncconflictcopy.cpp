@@ -1,0 +1,117 @@
+#include "sync/bvsyncconflictcopy.h"
+
+#include <QHash>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QRegularExpression>
+#include <QSet>
+
+#include "base/datehelpers.h"
+#include "sync/bvsyncdateformatter.h"
+#include "sync/bvsyncfilename.h"
+
+namespace {
+
+const QRegularExpression &copyPattern()
+{
+    // The base name, then the tool's marker: ".sync-conflict-..." (Syncthing), "_conflict-..." (ownCloud),
+    // or a parenthesised note that speaks of a conflict in one of the languages the tools are shown in.
+    static const QRegularExpression pattern(QStringLiteral(
+        "\\A([0-9]{4}-[0-9]{2}|deleted)(?:\\.sync-conflict-[^/]*|_conflict-[^/]*"
+        "| \\([^()/]*(?:conflict|conflit|konflikt)[^()/]*\\))\\.json\\z"),
+        QRegularExpression::CaseInsensitiveOption);
+    return pattern;
+}
+
+std::expected<QJsonArray, QString> records(const QByteArray &content, const char *side)
+{
+    if (content.isEmpty())
+        return QJsonArray();
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(content, &error);
+    if (error.error != QJsonParseError::NoError)
+        return std::unexpected(QStringLiteral("the %1 is not valid JSON (%2)").arg(QLatin1String(side), error.errorString()));
+    if (!document.isArray())
+        return std::unexpected(QStringLiteral("the %1 does not hold a list of records").arg(QLatin1String(side)));
+    const QJsonArray array = document.array();
+    for (const QJsonValue &value : array) {
+        if (!value.isObject() || !value.toObject().value(QLatin1String("uid")).isString())
+            return std::unexpected(QStringLiteral("the %1 holds a record without a uid").arg(QLatin1String(side)));
+    }
+    return array;
+}
+
+QDateTime modifiedAt(const QJsonValue &record)
+{
+    return BVSyncDateFormatter::dateFromString(record.toObject().value(QLatin1String("modified_at")).toString());
+}
+
+QJsonArray mergeMonth(QJsonArray original, const QJsonArray &copy)
+{
+    QHash<QString, qsizetype> indexByUid;
+    for (qsizetype i = 0; i < original.size(); ++i)
+        indexByUid.insert(original.at(i).toObject().value(QLatin1String("uid")).toString(), i);
+    for (const QJsonValue &record : copy) {
+        const QString uid = record.toObject().value(QLatin1String("uid")).toString();
+        const auto known = indexByUid.constFind(uid);
+        if (known == indexByUid.cend()) {
+            indexByUid.insert(uid, original.size());
+            original.append(record);
+            continue;
+        }
+        const QDateTime theirs = modifiedAt(record);
+        const QDateTime ours = modifiedAt(original.at(*known));
+        // A record whose date does not read never wins over one that does; equal seconds keep the original.
+        if (theirs.isValid() && (!ours.isValid() || DateHelpers::compareBySeconds(theirs, ours) == 1))
+            original.replace(*known, record);
+    }
+    return original;
+}
+
+QJsonArray mergeDeletions(QJsonArray original, const QJsonArray &copy)
+{
+    const auto key = [](const QJsonValue &entry) {
+        const QJsonObject object = entry.toObject();
+        return object.value(QLatin1String("uid")).toString() + QLatin1Char('\n')
+            + object.value(QLatin1String("deleted_at")).toString();
+    };
+    QSet<QString> known;
+    for (const QJsonValue &entry : std::as_const(original))
+        known.insert(key(entry));
+    for (const QJsonValue &entry : copy) {
+        if (!known.contains(key(entry))) {
+            known.insert(key(entry));
+            original.append(entry);
+        }
+    }
+    return original;
+}
+
+} // namespace
+
+std::optional<QString> BVSyncConflictCopy::originalFileName(const QString &fileName)
+{
+    const QRegularExpressionMatch match = copyPattern().match(fileName);
+    if (!match.hasMatch())
+        return std::nullopt;
+    const QString base = match.captured(1);
+    // The pattern ignores case for the tools' words; "Deleted.json" is no sync file.
+    if (!base.at(0).isDigit() && base != QLatin1String(BVSyncFileName::DeletedName))
+        return std::nullopt;
+    return BVSyncFileName::fileName(base);
+}
+
+std::expected<QByteArray, QString> BVSyncConflictCopy::merge(
+    const QString &originalFileName, const QByteArray &original, const QByteArray &copy)
+{
+    std::expected<QJsonArray, QString> ours = records(original, "file");
+    if (!ours)
+        return std::unexpected(ours.error());
+    std::expected<QJsonArray, QString> theirs = records(copy, "conflict copy");
+    if (!theirs)
+        return std::unexpected(theirs.error());
+    const bool isDeletionFile = originalFileName == QLatin1String(BVSyncFileName::DeletedFileName);
+    const QJsonArray merged = isDeletionFile ? mergeDeletions(*ours, *theirs) : mergeMonth(*ours, *theirs);
+    return QJsonDocument(merged).toJson(QJsonDocument::Compact);
+}
