@@ -161,6 +161,7 @@ private Q_SLOTS:
     void rfc3339TextMustMatchExactly_data();
     void rfc3339TextMustMatchExactly();
     void lastDropboxSyncTimeRoundTripsInUtcToTheSecond();
+    void syncFolderPathAnnouncesOnlyRealChanges();
     void defaultSettingsUseTheStandardFileAndBundledDefaults();
 };
 
@@ -850,6 +851,24 @@ void TestBvSettings::lastDropboxSyncTimeRoundTripsInUtcToTheSecond()
 
     settings.setLastDropboxSyncTime(QDateTime());
     QCOMPARE(file.stored(u"dropboxLastSyncTime"_s), QVariant(u"2024-03-12T09:30:05Z"_s));
+}
+
+void TestBvSettings::syncFolderPathAnnouncesOnlyRealChanges()
+{
+    SettingsFile file;
+    auto defaults = file.open();
+    BvSettings settings(defaults.get());
+    QSignalSpy changed(&settings, &BvSettings::syncFolderPathChanged);
+    QVERIFY(settings.syncFolderPath().isEmpty());
+
+    settings.setSyncFolderPath(u"/home/zoë/Sync/Brimvale"_s);
+    settings.setSyncFolderPath(u"/home/zoë/Sync/Brimvale"_s);
+    QCOMPARE(changed.count(), 1);
+    QCOMPARE(file.stored(u"syncFolderPath"_s), QVariant(u"/home/zoë/Sync/Brimvale"_s));
+
+    settings.setSyncFolderPath(QString());
+    QCOMPARE(changed.count(), 2);
+    QVERIFY(!file.stored(u"syncFolderPath"_s).isValid());
 }
 
 void TestBvSettings::defaultSettingsUseTheStandardFileAndBundledDefaults()
