@@ -1,5 +1,6 @@
 #include "sync/bvfolderrevisions.h"
 
+#include <chrono>
 #include <sys/stat.h>
 
 #include <QCryptographicHash>
@@ -17,6 +18,23 @@ namespace {
 qint64 nanoseconds(const timespec &time)
 {
     return qint64(time.tv_sec) * 1000000000 + time.tv_nsec;
+}
+
+// A file's times move in steps of the file system's clock (the last timer tick on kernels before 6.13, two
+// seconds on FAT), so a file written again within the step in which it was read keeps every time it had.
+// Only a file that had stood still for longer than a step when it was read is remembered; a younger one is
+// hashed again on the next look. Compared with the wall clock, as that is what stamps the files.
+constexpr std::chrono::seconds SettleTime { 2 };
+
+qint64 wallClockNanoseconds()
+{
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+bool settledBefore(qint64 changed, qint64 readAt)
+{
+    return changed < readAt - std::chrono::nanoseconds(SettleTime).count();
 }
 
 } // namespace
@@ -57,6 +75,7 @@ BVFolderRevisions::Result BVFolderRevisions::revision(const QString &name)
     if (known != m_entries.cend() && known->identity == before)
         return { known->revision, {} };
 
+    const qint64 readAt = wallClockNanoseconds();
     QFile file(m_folder + QLatin1Char('/') + name);
     if (!file.open(QIODevice::ReadOnly))
         return { {}, file.errorString() };
@@ -68,7 +87,7 @@ BVFolderRevisions::Result BVFolderRevisions::revision(const QString &name)
     // Only a file that stood still while it was read may be remembered under its identity; one that
     // changed meanwhile is hashed again next time.
     Identity after;
-    if (identityOf(name, &after) && after == before)
+    if (identityOf(name, &after) && after == before && settledBefore(before.changed, readAt))
         m_entries.insert(name, { before, revision });
     else
         m_entries.remove(name);
@@ -78,7 +97,8 @@ BVFolderRevisions::Result BVFolderRevisions::revision(const QString &name)
 void BVFolderRevisions::remember(const QString &name, const QByteArray &content)
 {
     Identity identity;
-    if (identityOf(name, &identity) && identity.size == content.size())
+    if (identityOf(name, &identity) && identity.size == content.size()
+        && settledBefore(identity.changed, wallClockNanoseconds()))
         m_entries.insert(name, { identity, revisionOfContent(content) });
     else
         m_entries.remove(name);

@@ -10,7 +10,9 @@
 // the rest of the run, so each hash is remembered with the file's identity on disk (size, modification
 // and status-change times to the nanosecond, inode): a file whose identity is unchanged keeps its
 // revision. No tool can set the status-change time, so a rewritten file never passes for the old one, not
-// even when a sync tool gives it back its old modification time. One thread at a time.
+// even when a sync tool gives it back its old modification time. A file changed less than two seconds
+// before it was read is not remembered (its times could still stay the same through another change), so
+// it is hashed again on the next look. One thread at a time.
 class BVFolderRevisions
 {
 public:
@@ -30,7 +32,8 @@ public:
     };
     Result revision(const QString &name);
 
-    // Records that `name` was just written with `content`, so that the next look needs no hashing.
+    // Records that `name` was just written with `content`, under the same rule as a file read: a file that
+    // changed in the last two seconds is hashed again on the next look.
     void remember(const QString &name, const QByteArray &content);
     void forget(const QString &name);
     // Forgets every name not in `names` (the folder's listing), so that the index does not grow with

@@ -17,9 +17,10 @@ const QRegularExpression &copyPattern()
 {
     // The base name, then the tool's marker: ".sync-conflict-..." (Syncthing), "_conflict-..." (ownCloud),
     // or a parenthesised note that speaks of a conflict in one of the languages the tools are shown in.
-    static const QRegularExpression pattern(QStringLiteral(
-        "\\A([0-9]{4}-[0-9]{2}|deleted)(?:\\.sync-conflict-[^/]*|_conflict-[^/]*"
-        "| \\([^()/]*(?:conflict|conflit|konflikt)[^()/]*\\))\\.json\\z"),
+    // Only the words ignore case: the tools keep the extension, and "2024-03.JSON" is no sync file.
+    static const QRegularExpression pattern(
+        QStringLiteral("\\A([0-9]{4}-[0-9]{2}|deleted)(?:\\.sync-conflict-[^/]*|_conflict-[^/]*"
+                       "| \\([^()/]*(?:conflict|conflit|konflikt)[^()/]*\\))(?-i:\\.json)\\z"),
         QRegularExpression::CaseInsensitiveOption);
     return pattern;
 }
@@ -31,7 +32,8 @@ std::expected<QJsonArray, QString> records(const QByteArray &content, const char
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(content, &error);
     if (error.error != QJsonParseError::NoError)
-        return std::unexpected(QStringLiteral("the %1 is not valid JSON (%2)").arg(QLatin1String(side), error.errorString()));
+        return std::unexpected(
+            QStringLiteral("the %1 is not valid JSON (%2)").arg(QLatin1String(side), error.errorString()));
     if (!document.isArray())
         return std::unexpected(QStringLiteral("the %1 does not hold a list of records").arg(QLatin1String(side)));
     const QJsonArray array = document.array();
@@ -71,7 +73,9 @@ QJsonArray mergeMonth(QJsonArray original, const QJsonArray &copy)
 
 QJsonArray mergeDeletions(QJsonArray original, const QJsonArray &copy)
 {
-    const auto key = [](const QJsonValue &entry) {
+    // Spelled out as QString: with QStringBuilder the deduced type would be a builder that refers to the
+    // temporaries of the return statement.
+    const auto key = [](const QJsonValue &entry) -> QString {
         const QJsonObject object = entry.toObject();
         return object.value(QLatin1String("uid")).toString() + QLatin1Char('\n')
             + object.value(QLatin1String("deleted_at")).toString();
