@@ -83,6 +83,8 @@ private Q_SLOTS:
     void roundTripKeepsEveryField();
     void readingChecksInOrder_data();
     void readingChecksInOrder();
+    void everySpellingOfAnElementReadsAlike_data();
+    void everySpellingOfAnElementReadsAlike();
     void failedElementLeavesStoreAndRowUntouched();
     void mergeByWholeSeconds_data();
     void mergeByWholeSeconds();
@@ -209,6 +211,7 @@ void TestSyncFileFormat::dateTextParsesOnlyTheWholePattern_data()
     QTest::newRow("three-digit month") << u"2024-003-12T10:00:00"_s << QDateTime();
     QTest::newRow("sign") << u"-2024-03-12T10:00:00"_s << QDateTime();
     QTest::newRow("Arabic-Indic digits") << u"٢٠٢٤-03-12T10:00:00"_s << QDateTime();
+    QTest::newRow("superscript digit") << u"2024-03-12T10:00:0²"_s << QDateTime();
     QTest::newRow("empty") << QString() << QDateTime();
 }
 
@@ -220,6 +223,15 @@ void TestSyncFileFormat::dateTextParsesOnlyTheWholePattern()
     QCOMPARE(parsed.isValid(), instant.isValid());
     if (instant.isValid())
         QCOMPARE(parsed.toMSecsSinceEpoch(), instant.toMSecsSinceEpoch());
+
+    // Month files hand their dates over as bytes; whatever Latin-1 can hold must read the same from them.
+    const QByteArray latin1 = text.toLatin1();
+    if (QString::fromLatin1(latin1) != text)
+        return;
+    const QDateTime fromBytes = BVSyncDateFormatter::dateFromString(QLatin1StringView(latin1));
+    QCOMPARE(fromBytes.isValid(), instant.isValid());
+    if (instant.isValid())
+        QCOMPARE(fromBytes.toMSecsSinceEpoch(), instant.toMSecsSinceEpoch());
 }
 
 void TestSyncFileFormat::fileFromAnotherZoneShiftsByTheDifference()
@@ -518,6 +530,78 @@ void TestSyncFileFormat::readingChecksInOrder()
         QVERIFY(!merged);
         QCOMPARE(merged.error().description(), message);
     }
+}
+
+void TestSyncFileFormat::everySpellingOfAnElementReadsAlike_data()
+{
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("text"); // null: the file is refused as QJsonDocument refuses it
+    QTest::addColumn<bool>("invoiced");
+
+    // Written by hand, so that the bytes are exactly the ones named; `members` come after the fixed ones.
+    auto file = [](const QByteArray &members) -> QByteArray {
+        return "[{\"uid\":\"" + kUid1.toLatin1()
+            + "\",\"time_from\":\"2024-03-12T09:00:00\",\"time_to\":\"2024-03-12T10:00:00\","
+              "\"created_at\":\"2024-03-12T09:00:00\",\"modified_at\":\"2024-03-12T10:00:00\","
+            + members + "}]";
+    };
+    const QByteArray plain = file("\"is_invoiced\":1,\"text\":\"mock-ups\"");
+
+    QTest::newRow("compact") << plain << u"mock-ups"_s << true;
+    QTest::newRow("indented")
+        << QJsonDocument(QJsonArray { element({ { u"text"_s, u"indented"_s } }) }).toJson(QJsonDocument::Indented)
+        << u"indented"_s << false;
+    QTest::newRow("spaces around every token")
+        << QByteArray(" \r\n[ {\t\"text\" : \"spaced\" ,\"is_invoiced\" : 0 ,\"uid\":\"" + kUid1.toLatin1()
+               + "\",\"time_from\":\"2024-03-12T09:00:00\",\"time_to\":\"2024-03-12T10:00:00\","
+                 "\"created_at\":\"2024-03-12T09:00:00\",\"modified_at\":\"2024-03-12T10:00:00\" } ]\n")
+        << u"spaced"_s << false;
+    QTest::newRow("byte order mark") << QByteArray("\xEF\xBB\xBF" + plain) << u"mock-ups"_s << true;
+    QTest::newRow("escapes") << file(R"("is_invoiced":0,"text":"say \"hi\" \\ \/ a\tb\nc")")
+                             << u"say \"hi\" \\ / a\tb\nc"_s << false;
+    QTest::newRow("unicode escape") << file(R"("is_invoiced":0,"text":"M\u00fcller \ud83d\ude00")") << u"Müller 😀"_s
+                                    << false;
+    QTest::newRow("non-ASCII text") << file(
+        "\"is_invoiced\":0,\"text\":\"M\xC3\xBCller \xE6\x97\xA5 \xF0\x9F\x98\x80\"")
+                                    << u"Müller 日 😀"_s << false;
+    QTest::newRow("raw control character") << file("\"is_invoiced\":0,\"text\":\"a\tb\"") << u"a\tb"_s << false;
+    QTest::newRow("repeated key, the last wins")
+        << file("\"text\":\"first\",\"is_invoiced\":0,\"text\":\"last\"") << u"last"_s << false;
+    QTest::newRow("invoiced 1.0") << file("\"is_invoiced\":1.0,\"text\":\"x\"") << u"x"_s << true;
+    QTest::newRow("invoiced false") << file("\"is_invoiced\":false,\"text\":\"x\"") << u"x"_s << false;
+    QTest::newRow("invoiced 10") << file("\"is_invoiced\":10,\"text\":\"x\"") << QString() << false;
+    QTest::newRow("truncated UTF-8") << file("\"is_invoiced\":0,\"text\":\"M\xC3\"") << QString() << false;
+    QTest::newRow("overlong UTF-8") << file("\"is_invoiced\":0,\"text\":\"\xC0\xAF\"") << QString() << false;
+    QTest::newRow("UTF-8 surrogate") << file("\"is_invoiced\":0,\"text\":\"\xED\xA0\x80\"") << QString() << false;
+    QTest::newRow("trailing comma") << QByteArray(plain).insert(plain.size() - 1, ',') << QString() << false;
+    QTest::newRow("garbage after the array") << QByteArray(plain + "x") << QString() << false;
+    QTest::newRow("unterminated string") << plain.left(plain.size() - 4) << QString() << false;
+}
+
+void TestSyncFileFormat::everySpellingOfAnElementReadsAlike()
+{
+    QFETCH(QByteArray, content);
+    QFETCH(QString, text);
+    QFETCH(bool, invoiced);
+    const QString path = writeFile(u"2024-03.json"_s, content);
+    BVTmpSyncFile file(2024, 3, 1, u"r1"_s);
+    const auto merged = BVMonthFile::merge(*m_context, path, file);
+    if (text.isNull()) {
+        QVERIFY(!merged);
+        QJsonParseError parsed;
+        QJsonDocument::fromJson(content, &parsed);
+        const QString expected = parsed.error == QJsonParseError::NoError
+            ? u"Invalid invoiced value for activity (0/1)!"_s
+            : u"Failed to load json file. "_s + parsed.errorString();
+        QCOMPARE(merged.error().description(), expected);
+        return;
+    }
+    QVERIFY2(merged, qPrintable(merged ? QString() : merged.error().description()));
+    const ActivityPtr activity = *m_store->newContext()->activityWithUid(kUid1);
+    QVERIFY(activity);
+    QCOMPARE(activity->text(), text);
+    QCOMPARE(activity->isInvoiced(), invoiced);
+    QCOMPARE(activity->timeFrom(), utc(2024, 3, 12, 13, 0, 0));
 }
 
 void TestSyncFileFormat::failedElementLeavesStoreAndRowUntouched()

@@ -229,9 +229,14 @@ QDateTime StoreContext::now() const
 
 ActivityPtr StoreContext::insertActivity()
 {
+    return insertActivity(QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper());
+}
+
+ActivityPtr StoreContext::insertActivity(const QString &uid)
+{
     auto activity = std::make_shared<Activity>();
     const QDateTime created = now();
-    activity->m_uid = QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper();
+    activity->m_uid = uid;
     activity->m_createdAt = created;
     activity->m_modifiedAt = created;
     activity->m_context = this;
@@ -850,23 +855,58 @@ std::expected<ActivityPtr, BvError> StoreContext::activityWithUid(const QString 
 
 std::expected<QHash<QString, ActivityPtr>, BvError> StoreContext::activitiesWithUids(const QStringList &uids)
 {
-    QHash<QString, ActivityPtr> found;
-    found.reserve(uids.size());
-    for (qsizetype start = 0; start < uids.size(); start += kIdsPerStatement) {
-        const QStringList chunk = uids.mid(start, kIdsPerStatement);
-        const QStringList marks(chunk.size(), QStringLiteral("?"));
-        QVariantList binds;
-        binds.reserve(chunk.size());
-        for (const QString &uid : chunk)
-            binds.append(uid);
-        std::expected<QList<ActivityPtr>, BvError> fetched
-            = fetchActivityRows(QStringLiteral(" WHERE a.uid IN (") + marks.join(QLatin1Char(',')) + QLatin1Char(')'),
-                binds, QString(), std::nullopt, 0);
-        if (!fetched)
-            return std::unexpected(fetched.error());
-        for (const ActivityPtr &activity : std::as_const(*fetched))
-            found.insert(activity->uid(), activity);
+    std::expected<QSqlDatabase, BvError> db = m_store.database();
+    if (!db)
+        return std::unexpected(db.error());
+    sqlite3 *handle = SqliteStatement::handle(*db);
+    // A sync asks for every uid of a month file, and on a first sync none of them is stored yet. One
+    // prepared statement probes the uid index for each, and only the activities found are read whole.
+    // The savepoint makes all of it one read transaction (or part of the one already open): on its own
+    // every probe would open and close a transaction, which costs more than the probe.
+    SqliteStatement begin;
+    SqliteStatement release;
+    SqliteStatement probe;
+    for (auto [statement, sql] : { std::pair { &begin, "SAVEPOINT activities_with_uids" },
+             std::pair { &release, "RELEASE activities_with_uids" },
+             std::pair { &probe, "SELECT id FROM activities WHERE uid = ?" } }) {
+        if (std::expected<void, BvError> prepared = statement->prepare(handle, QString::fromLatin1(sql)); !prepared)
+            return std::unexpected(prepared.error());
     }
+    if (std::expected<void, BvError> begun = begin.execute(); !begun)
+        return std::unexpected(begun.error());
+    auto fetch = [&]() -> std::expected<QHash<QString, ActivityPtr>, BvError> {
+        QList<qint64> ids;
+        for (const QString &uid : uids) {
+            probe.bindText(1, uid);
+            if (probe.next())
+                ids.append(probe.int64(0));
+            if (probe.failed())
+                return std::unexpected(probe.error());
+            probe.reset();
+        }
+        QHash<QString, ActivityPtr> found;
+        found.reserve(ids.size());
+        for (qsizetype start = 0; start < ids.size(); start += kIdsPerStatement) {
+            const QList<qint64> chunk = ids.mid(start, kIdsPerStatement);
+            const QStringList marks(chunk.size(), QStringLiteral("?"));
+            QVariantList binds;
+            binds.reserve(chunk.size());
+            for (qint64 id : chunk)
+                binds.append(id);
+            std::expected<QList<ActivityPtr>, BvError> fetched = fetchActivityRows(
+                QStringLiteral(" WHERE a.id IN (") + marks.join(QLatin1Char(',')) + QLatin1Char(')'), binds, QString(),
+                std::nullopt, 0);
+            if (!fetched)
+                return std::unexpected(fetched.error());
+            for (const ActivityPtr &activity : std::as_const(*fetched))
+                found.insert(activity->uid(), activity);
+        }
+        return found;
+    };
+    std::expected<QHash<QString, ActivityPtr>, BvError> found = fetch();
+    probe.reset();
+    if (std::expected<void, BvError> released = release.execute(); !released && found)
+        return std::unexpected(released.error());
     return found;
 }
 

@@ -41,6 +41,8 @@ public:
 
     // A new activity with a fresh uid, and createdAt and modifiedAt at now.
     ActivityPtr insertActivity();
+    // The same with the uid the activity already has on another machine, for synchronisation.
+    ActivityPtr insertActivity(const QString &uid);
     ProjectPtr insertProject();
     TaskPtr insertTask();
     DeletedActivityPtr insertDeletedActivity();

@@ -2,6 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
+#include <string_view>
+#include <vector>
 
 #include <QFile>
 #include <QHash>
@@ -9,6 +12,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QJsonValue>
+#include <QLatin1StringView>
 #include <QSaveFile>
 #include <QSet>
 
@@ -27,6 +31,37 @@ BvError contentError(const char *message)
     return BVSyncErrors::error(BVSyncErrors::FileContentCode, QString::fromLatin1(message));
 }
 
+// One member of an element as the reading checks see it.
+struct Field
+{
+    enum class Kind { Absent, String, Number, Bool, Other };
+    Kind kind = Kind::Absent;
+    // A String: plain ASCII stays a view into the file's bytes, anything else is decoded into `text`.
+    QLatin1StringView ascii;
+    QString text;
+    double number = 0; // a Bool counts 0 or 1
+
+    bool isString() const { return kind == Kind::String; }
+    bool isEmptyString() const { return ascii.data() ? ascii.isEmpty() : text.isEmpty(); }
+    QString string() const { return ascii.data() ? QString(ascii) : text; }
+    QDateTime date() const
+    {
+        return ascii.data() ? BVSyncDateFormatter::dateFromString(ascii) : BVSyncDateFormatter::dateFromString(text);
+    }
+};
+
+struct RawElement
+{
+    bool isObject = true;
+    Field uid;
+    Field timeFrom;
+    Field timeTo;
+    Field createdAt;
+    Field modifiedAt;
+    Field text;
+    Field invoiced;
+};
+
 struct Element
 {
     QString uid;
@@ -39,58 +74,377 @@ struct Element
 };
 
 // The checks of one element, in their designed order; the first failure is the message.
-std::expected<Element, BvError> checkElement(const QJsonValue &value)
+std::expected<Element, BvError> checkElement(const RawElement &raw)
 {
-    if (!value.isObject())
+    if (!raw.isObject)
         return std::unexpected(contentError("Invalid json file content!"));
-    const QJsonObject object = value.toObject();
-    const QJsonValue timeFrom = object.value(QLatin1String("time_from"));
-    const QJsonValue timeTo = object.value(QLatin1String("time_to"));
-    const QJsonValue createdAt = object.value(QLatin1String("created_at"));
-    const QJsonValue modifiedAt = object.value(QLatin1String("modified_at"));
-    if (!timeFrom.isString())
+    if (!raw.timeFrom.isString())
         return std::unexpected(contentError("Invalid data for activity(1)!"));
-    if (!timeTo.isString())
+    if (!raw.timeTo.isString())
         return std::unexpected(contentError("Invalid data for activity(2)!"));
-    if (!createdAt.isString())
+    if (!raw.createdAt.isString())
         return std::unexpected(contentError("Invalid data for activity(3)!"));
-    if (!modifiedAt.isString())
+    if (!raw.modifiedAt.isString())
         return std::unexpected(contentError("Invalid data for activity(4)!"));
 
     Element element;
-    const QJsonValue uid = object.value(QLatin1String("uid"));
-    if (!uid.isString() || uid.toString().isEmpty())
+    if (!raw.uid.isString() || raw.uid.isEmptyString())
         return std::unexpected(contentError("No UID for activity!"));
-    element.uid = uid.toString();
-    element.timeFrom = BVSyncDateFormatter::dateFromString(timeFrom.toString());
+    element.timeFrom = raw.timeFrom.date();
     if (!element.timeFrom.isValid())
         return std::unexpected(contentError("No start time for activity!"));
-    element.timeTo = BVSyncDateFormatter::dateFromString(timeTo.toString());
+    element.timeTo = raw.timeTo.date();
     if (!element.timeTo.isValid())
         return std::unexpected(contentError("No end time for activity!"));
     if (DateHelpers::compareBySeconds(element.timeFrom, element.timeTo) == 1)
         return std::unexpected(contentError("Start time for activity is greater than end time"));
-    element.createdAt = BVSyncDateFormatter::dateFromString(createdAt.toString());
+    element.createdAt = raw.createdAt.date();
     if (!element.createdAt.isValid())
         return std::unexpected(contentError("No 'created at' time for activity!"));
-    element.modifiedAt = BVSyncDateFormatter::dateFromString(modifiedAt.toString());
+    element.modifiedAt = raw.modifiedAt.date();
     if (!element.modifiedAt.isValid())
         return std::unexpected(contentError("No 'modified at' time for activity!"));
-    const QJsonValue text = object.value(QLatin1String("text"));
-    if (!text.isString() || text.toString().isEmpty())
+    if (!raw.text.isString() || raw.text.isEmptyString())
         return std::unexpected(contentError("No text for activity!"));
-    element.text = text.toString();
 
-    const QJsonValue invoiced = object.value(QLatin1String("is_invoiced"));
-    if (!invoiced.isDouble() && !invoiced.isBool())
+    if (raw.invoiced.kind != Field::Kind::Number && raw.invoiced.kind != Field::Kind::Bool)
         return std::unexpected(contentError("Invalid invoiced value for activity!"));
     // The integer value of a number is its whole part: 1.5 counts as 1, -0.5 as 0.
-    const double number = invoiced.isBool() ? (invoiced.toBool() ? 1.0 : 0.0) : invoiced.toDouble();
+    const double number = raw.invoiced.number;
     const double whole = number < 0 ? -std::floor(-number) : std::floor(number);
     if (whole != 0.0 && whole != 1.0)
         return std::unexpected(contentError("Invalid invoiced value for activity (0/1)!"));
     element.isInvoiced = whole == 1.0;
+    element.uid = raw.uid.string();
+    element.text = raw.text.string();
     return element;
+}
+
+// The elements of a file in order, checked, up to the first one that fails a check.
+struct CheckedElements
+{
+    std::vector<Element> elements;
+    std::optional<BvError> failure; // the check that ended the list
+
+    void add(const RawElement &raw)
+    {
+        if (failure)
+            return;
+        std::expected<Element, BvError> element = checkElement(raw);
+        if (element)
+            elements.push_back(std::move(*element));
+        else
+            failure = element.error();
+    }
+};
+
+Field fieldOf(const QJsonObject &object, QLatin1StringView key)
+{
+    const QJsonValue value = object.value(key);
+    Field field;
+    switch (value.type()) {
+    case QJsonValue::Undefined:
+        break;
+    case QJsonValue::String:
+        field.kind = Field::Kind::String;
+        field.text = value.toString();
+        break;
+    case QJsonValue::Double:
+        field.kind = Field::Kind::Number;
+        field.number = value.toDouble();
+        break;
+    case QJsonValue::Bool:
+        field.kind = Field::Kind::Bool;
+        field.number = value.toBool() ? 1.0 : 0.0;
+        break;
+    default:
+        field.kind = Field::Kind::Other;
+        break;
+    }
+    return field;
+}
+
+RawElement rawElement(const QJsonValue &value)
+{
+    RawElement element;
+    if (!value.isObject()) {
+        element.isObject = false;
+        return element;
+    }
+    const QJsonObject object = value.toObject();
+    element.uid = fieldOf(object, QLatin1StringView("uid"));
+    element.timeFrom = fieldOf(object, QLatin1StringView("time_from"));
+    element.timeTo = fieldOf(object, QLatin1StringView("time_to"));
+    element.createdAt = fieldOf(object, QLatin1StringView("created_at"));
+    element.modifiedAt = fieldOf(object, QLatin1StringView("modified_at"));
+    element.text = fieldOf(object, QLatin1StringView("text"));
+    element.invoiced = fieldOf(object, QLatin1StringView("is_invoiced"));
+    return element;
+}
+
+// Well-formed UTF-8 without noncharacters. QJsonDocument refuses malformed sequences with an error of
+// its own; whatever this refuses is left to it.
+bool isPlainUtf8(const char *p, const char *end)
+{
+    while (p < end) {
+        const auto lead = static_cast<unsigned char>(*p);
+        if (lead < 0x80) {
+            ++p;
+            continue;
+        }
+        int continuation = 0;
+        char32_t point = 0;
+        if (lead >= 0xc2 && lead <= 0xdf) {
+            continuation = 1;
+            point = lead & 0x1f;
+        } else if (lead >= 0xe0 && lead <= 0xef) {
+            continuation = 2;
+            point = lead & 0x0f;
+        } else if (lead >= 0xf0 && lead <= 0xf4) {
+            continuation = 3;
+            point = lead & 0x07;
+        } else {
+            return false;
+        }
+        if (end - p <= continuation)
+            return false;
+        for (int i = 1; i <= continuation; ++i) {
+            const auto byte = static_cast<unsigned char>(p[i]);
+            if ((byte & 0xc0) != 0x80)
+                return false;
+            point = (point << 6) | (byte & 0x3f);
+        }
+        if ((continuation == 2 && (point < 0x800 || (point >= 0xd800 && point <= 0xdfff)))
+            || (continuation == 3 && (point < 0x10000 || point > 0x10ffff)))
+            return false;
+        if ((point & 0xfffe) == 0xfffe || (point >= 0xfdd0 && point <= 0xfdef))
+            return false;
+        p += continuation + 1;
+    }
+    return true;
+}
+
+// Reads the form json() writes, and only that: an array of objects whose members are the known keys,
+// each at most once, with string values or the numbers 0 and 1; strings without \u escapes or control
+// characters. A first sync reads a hundred such files, and building a QJsonDocument for each cost more
+// than everything else done with them before the store. Anything outside that form is refused and goes
+// through QJsonDocument, which stays the authority on what a file holds and on its error texts.
+class CompactReader
+{
+public:
+    explicit CompactReader(QByteArrayView bytes)
+        : m_p(bytes.data())
+        , m_end(bytes.data() + bytes.size())
+    { }
+
+    // Hands each element to `checked` in order; false, perhaps after handing over some, when the bytes
+    // are not in the compact form.
+    bool read(CheckedElements &checked)
+    {
+        skipSpace();
+        if (!take('['))
+            return false;
+        skipSpace();
+        if (!take(']')) {
+            do {
+                skipSpace();
+                RawElement element;
+                if (!take('{') || !readObject(element))
+                    return false;
+                checked.add(element);
+                skipSpace();
+            } while (take(','));
+            if (!take(']'))
+                return false;
+        }
+        skipSpace();
+        return m_p == m_end;
+    }
+
+private:
+    void skipSpace()
+    {
+        while (m_p < m_end && (*m_p == ' ' || *m_p == '\t' || *m_p == '\n' || *m_p == '\r'))
+            ++m_p;
+    }
+
+    bool take(char c)
+    {
+        if (m_p < m_end && *m_p == c) {
+            ++m_p;
+            return true;
+        }
+        return false;
+    }
+
+    bool readObject(RawElement &element)
+    {
+        skipSpace();
+        if (take('}'))
+            return true;
+        do {
+            skipSpace();
+            Field *field = readKey(element);
+            if (!field || field->kind != Field::Kind::Absent)
+                return false;
+            skipSpace();
+            if (!take(':'))
+                return false;
+            skipSpace();
+            if (!readValue(*field))
+                return false;
+            skipSpace();
+        } while (take(','));
+        return take('}');
+    }
+
+    Field *readKey(RawElement &element)
+    {
+        if (!take('"'))
+            return nullptr;
+        const char *begin = m_p;
+        while (m_p < m_end && *m_p != '"') {
+            if (*m_p == '\\')
+                return nullptr;
+            ++m_p;
+        }
+        if (m_p == m_end)
+            return nullptr;
+        const std::string_view key(begin, std::size_t(m_p - begin));
+        ++m_p;
+        if (key == "uid")
+            return &element.uid;
+        if (key == "time_from")
+            return &element.timeFrom;
+        if (key == "time_to")
+            return &element.timeTo;
+        if (key == "created_at")
+            return &element.createdAt;
+        if (key == "modified_at")
+            return &element.modifiedAt;
+        if (key == "text")
+            return &element.text;
+        if (key == "is_invoiced")
+            return &element.invoiced;
+        return nullptr;
+    }
+
+    bool readValue(Field &field)
+    {
+        if (take('"')) {
+            field.kind = Field::Kind::String;
+            return readString(field);
+        }
+        if (m_p < m_end && (*m_p == '0' || *m_p == '1')) {
+            // A longer number ("10", "1.5", "1e0") leaves a character here that no member may be followed
+            // by, and the object is refused.
+            field.kind = Field::Kind::Number;
+            field.number = *m_p == '1' ? 1.0 : 0.0;
+            ++m_p;
+            return true;
+        }
+        return false;
+    }
+
+    bool readString(Field &field)
+    {
+        const char *begin = m_p;
+        bool escaped = false;
+        bool ascii = true;
+        while (m_p < m_end && *m_p != '"') {
+            const auto c = static_cast<unsigned char>(*m_p);
+            if (c < 0x20)
+                return false;
+            if (c == '\\') {
+                escaped = true;
+                if (++m_p == m_end)
+                    return false;
+            } else if (c >= 0x80) {
+                ascii = false;
+            }
+            ++m_p;
+        }
+        if (m_p == m_end)
+            return false;
+        const char *end = m_p;
+        ++m_p;
+        if (!escaped) {
+            if (ascii) {
+                field.ascii = QLatin1StringView(begin, end);
+                return true;
+            }
+            if (!isPlainUtf8(begin, end))
+                return false;
+            field.text = QString::fromUtf8(begin, end - begin);
+            return true;
+        }
+        QByteArray bytes;
+        bytes.reserve(end - begin);
+        for (const char *p = begin; p < end; ++p) {
+            if (*p != '\\') {
+                bytes.append(*p);
+                continue;
+            }
+            switch (*++p) {
+            case '"':
+            case '\\':
+            case '/':
+                bytes.append(*p);
+                break;
+            case 'b':
+                bytes.append('\b');
+                break;
+            case 'f':
+                bytes.append('\f');
+                break;
+            case 'n':
+                bytes.append('\n');
+                break;
+            case 'r':
+                bytes.append('\r');
+                break;
+            case 't':
+                bytes.append('\t');
+                break;
+            default:
+                return false;
+            }
+        }
+        if (!isPlainUtf8(bytes.constData(), bytes.constData() + bytes.size()))
+            return false;
+        field.text = QString::fromUtf8(bytes);
+        return true;
+    }
+
+    const char *m_p;
+    const char *m_end;
+};
+
+// The file's checked elements, or the designed error of a file that is no JSON array.
+std::expected<CheckedElements, BvError> readElements(const QByteArray &bytes)
+{
+    CheckedElements checked;
+    // An element takes some 300 bytes in the compact form.
+    checked.elements.reserve(std::size_t(bytes.size() / 256));
+    if (CompactReader(bytes).read(checked))
+        return checked;
+
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &parseError);
+    if (parseError.error != QJsonParseError::NoError) {
+        return std::unexpected(BVSyncErrors::error(BVSyncErrors::FileContentCode,
+            QStringLiteral("Failed to load json file. %1").arg(parseError.errorString())));
+    }
+    if (!document.isArray()) {
+        // No parser error stands behind this one: the designed details show "(null)" for it.
+        return std::unexpected(contentError("Failed to load json file. (null)"));
+    }
+    checked.elements.clear();
+    checked.failure.reset();
+    const QJsonArray array = document.array();
+    for (const QJsonValue &value : array)
+        checked.add(rawElement(value));
+    return checked;
 }
 
 } // namespace
@@ -168,21 +522,16 @@ std::expected<void, BvError> BVMonthFile::merge(
         return std::unexpected(BVSyncErrors::error(
             BVSyncErrors::FileContentCode, QStringLiteral("Failed to load json file. %1").arg(input.errorString())));
     }
-    QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(input.readAll(), &parseError);
+    const std::expected<CheckedElements, BvError> read = readElements(input.readAll());
     input.close();
-    if (parseError.error != QJsonParseError::NoError) {
-        return std::unexpected(BVSyncErrors::error(BVSyncErrors::FileContentCode,
-            QStringLiteral("Failed to load json file. %1").arg(parseError.errorString())));
-    }
-    if (!document.isArray()) {
-        // No parser error stands behind this one: the designed details show "(null)" for it.
-        return std::unexpected(contentError("Failed to load json file. (null)"));
-    }
+    if (!read)
+        return std::unexpected(read.error());
+    // Checking has no effects of its own, so every element was checked as the file was read. One that
+    // failed still stops the merge only where it stands: the elements before it are handled first.
+    const std::vector<Element> &elements = read->elements;
 
-    const QJsonArray elements = document.array();
     QList<ActivityHashItem> items;
-    items.reserve(elements.size());
+    items.reserve(qsizetype(elements.size()));
     // Fetches read the stored rows only; an element that repeats a uid must find the activity that an
     // earlier element of this file inserted, and no deletion record deleted here may count again.
     QHash<QString, ActivityPtr> insertedHere;
@@ -192,12 +541,7 @@ std::expected<void, BvError> BVMonthFile::merge(
     QHash<QString, QList<DeletedActivityPtr>> tombstonesByUid;
     bool tombstonesLoaded = false;
 
-    for (const QJsonValue &value : elements) {
-        std::expected<Element, BvError> checked = checkElement(value);
-        if (!checked)
-            return std::unexpected(checked.error());
-        const Element &element = *checked;
-
+    for (const Element &element : elements) {
         // Deletion records are few next to activities: one fetch of them all, at the first element that
         // needs them, costs less than a query per element.
         if (!tombstonesLoaded) {
@@ -233,12 +577,9 @@ std::expected<void, BvError> BVMonthFile::merge(
         // per element: a file holds up to a month of activities, and a first sync merges years of them.
         if (!storedLoaded) {
             QStringList uids;
-            uids.reserve(elements.size());
-            for (const QJsonValue &candidate : elements) {
-                const QJsonValue uid = candidate.toObject().value(QStringLiteral("uid"));
-                if (uid.isString() && !uid.toString().isEmpty())
-                    uids.append(uid.toString());
-            }
+            uids.reserve(qsizetype(elements.size()));
+            for (const Element &candidate : elements)
+                uids.append(candidate.uid);
             std::expected<QHash<QString, ActivityPtr>, BvError> found = context.activitiesWithUids(uids);
             if (!found)
                 return std::unexpected(
@@ -259,7 +600,7 @@ std::expected<void, BvError> BVMonthFile::merge(
             if (DateHelpers::compareBySeconds(activity->modifiedAt(), element.modifiedAt) != -1)
                 continue;
         } else {
-            activity = context.insertActivity();
+            activity = context.insertActivity(element.uid);
             insertedHere.insert(element.uid, activity);
         }
         activity->setUid(element.uid);
@@ -270,6 +611,8 @@ std::expected<void, BvError> BVMonthFile::merge(
         activity->setText(element.text);
         activity->setIsInvoiced(element.isInvoiced);
     }
+    if (read->failure)
+        return std::unexpected(*read->failure);
 
     if (std::expected<void, BvError> saved = context.save(); !saved)
         return std::unexpected(BVSyncErrors::localStorage(QStringLiteral("25"), saved.error()));

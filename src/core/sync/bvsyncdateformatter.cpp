@@ -19,26 +19,53 @@ void appendNumber(QChar *&out, qint64 value, int width)
         *out++ = QLatin1Char(digits[--count]);
 }
 
-// Reads up to `maxDigits` ASCII digits at `pos`; -1 when there is none or more follow.
-int readNumber(QStringView text, qsizetype &pos, int maxDigits)
+// Reads up to `maxDigits` ASCII digits at `pos`; -1 when there is none or more follow. `Unit` is char16_t for
+// UTF-16 text and uchar for Latin-1 text.
+template<typename Unit> int readNumber(const Unit *text, qsizetype size, qsizetype &pos, int maxDigits)
 {
     int value = 0;
     int digits = 0;
-    while (pos < text.size() && text[pos] >= u'0' && text[pos] <= u'9') {
+    while (pos < size && text[pos] >= Unit('0') && text[pos] <= Unit('9')) {
         if (++digits > maxDigits)
             return -1;
-        value = value * 10 + (text[pos].unicode() - u'0');
+        value = value * 10 + int(text[pos] - Unit('0'));
         ++pos;
     }
     return digits == 0 ? -1 : value;
 }
 
-bool expect(QStringView text, qsizetype &pos, char16_t literal)
+template<typename Unit> bool expect(const Unit *text, qsizetype size, qsizetype &pos, char literal)
 {
-    if (pos >= text.size() || text[pos] != literal)
+    if (pos >= size || text[pos] != Unit(literal))
         return false;
     ++pos;
     return true;
+}
+
+template<typename Unit> QDateTime dateFromUnits(const Unit *text, qsizetype size)
+{
+    qsizetype pos = 0;
+    const int year = readNumber(text, size, pos, 6);
+    if (year < 1 || !expect(text, size, pos, '-'))
+        return {};
+    const int month = readNumber(text, size, pos, 2);
+    if (month < 0 || !expect(text, size, pos, '-'))
+        return {};
+    const int day = readNumber(text, size, pos, 2);
+    if (day < 0 || !expect(text, size, pos, 'T'))
+        return {};
+    const int hour = readNumber(text, size, pos, 2);
+    if (hour < 0 || !expect(text, size, pos, ':'))
+        return {};
+    const int minute = readNumber(text, size, pos, 2);
+    if (minute < 0 || !expect(text, size, pos, ':'))
+        return {};
+    const int second = readNumber(text, size, pos, 2);
+    if (second < 0 || pos != size)
+        return {};
+    if (!QDate::isValid(year, month, day) || hour > 23 || minute > 59 || second > 59)
+        return {};
+    return DateHelpers::instantFromLocal(QDate(year, month, day), QTime(hour, minute, second));
 }
 
 } // namespace
@@ -71,27 +98,10 @@ QString BVSyncDateFormatter::stringFromDate(const QDateTime &date)
 
 QDateTime BVSyncDateFormatter::dateFromString(const QString &text)
 {
-    const QStringView view(text);
-    qsizetype pos = 0;
-    const int year = readNumber(view, pos, 6);
-    if (year < 1 || !expect(view, pos, u'-'))
-        return {};
-    const int month = readNumber(view, pos, 2);
-    if (month < 0 || !expect(view, pos, u'-'))
-        return {};
-    const int day = readNumber(view, pos, 2);
-    if (day < 0 || !expect(view, pos, u'T'))
-        return {};
-    const int hour = readNumber(view, pos, 2);
-    if (hour < 0 || !expect(view, pos, u':'))
-        return {};
-    const int minute = readNumber(view, pos, 2);
-    if (minute < 0 || !expect(view, pos, u':'))
-        return {};
-    const int second = readNumber(view, pos, 2);
-    if (second < 0 || pos != view.size())
-        return {};
-    if (!QDate::isValid(year, month, day) || hour > 23 || minute > 59 || second > 59)
-        return {};
-    return DateHelpers::instantFromLocal(QDate(year, month, day), QTime(hour, minute, second));
+    return dateFromUnits(text.utf16(), text.size());
+}
+
+QDateTime BVSyncDateFormatter::dateFromString(QLatin1StringView text)
+{
+    return dateFromUnits(reinterpret_cast<const uchar *>(text.data()), text.size());
 }

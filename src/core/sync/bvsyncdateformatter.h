@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDateTime>
+#include <QLatin1StringView>
 #include <QString>
 
 // The date text of the sync files: the user's wall-clock time in the pattern "yyy-MM-dd'T'HH:mm:ss" —
@@ -18,4 +19,6 @@ public:
     // fields of 1 or 2), and names a real day (year 1 or later) and a time of 00:00:00 to 23:59:59. Wall
     // times that a change of clocks repeats or skips resolve as in DateHelpers::instantFromLocal.
     static QDateTime dateFromString(const QString &text);
+    // The same for text held as Latin-1 bytes, read without building a QString first.
+    static QDateTime dateFromString(QLatin1StringView text);
 };
