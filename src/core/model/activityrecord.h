@@ -25,3 +25,10 @@ struct ActivityRecord
 private:
     static qint64 floorSeconds(qint64 ms) { return ms >= 0 ? ms / 1000 : -((-ms + 999) / 1000); }
 };
+
+// Which version of an activity is stored: enough to tell whether a set of activities changed.
+struct ActivityStamp
+{
+    QString uid;
+    qint64 modifiedAt = 0; // UTC milliseconds
+};

@@ -729,6 +729,27 @@ std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivities(const A
     return rows;
 }
 
+std::expected<std::vector<ActivityStamp>, BvError> StoreContext::fetchActivityStamps(const ActivityQuery &query)
+{
+    Q_ASSERT(!query.textLike);
+    std::expected<QSqlDatabase, BvError> db = m_store.database();
+    if (!db)
+        return std::unexpected(db.error());
+    const Where where = whereClause(query);
+    SqliteStatement rows;
+    if (auto prepared = rows.prepare(SqliteStatement::handle(*db),
+            QStringLiteral("SELECT a.uid, a.modified_at FROM activities a") + where.sql);
+        !prepared)
+        return std::unexpected(prepared.error());
+    bindAll(rows, where.binds);
+    std::vector<ActivityStamp> stamps;
+    while (rows.next())
+        stamps.push_back({ rows.text(0), rows.int64(1) });
+    if (rows.failed())
+        return std::unexpected(rows.error());
+    return stamps;
+}
+
 std::expected<std::vector<ActivityRecord>, BvError> StoreContext::fetchActivityRecords(
     const ActivityQuery &query, bool withTasks)
 {

@@ -59,6 +59,9 @@ public:
     // than fetching activities when a whole journal is read only to be shown.
     std::expected<std::vector<ActivityRecord>, BvError> fetchActivityRecords(
         const ActivityQuery &query, bool withTasks = true);
+    // The uid and modification time of the stored activities that match, in no particular order; a
+    // text pattern is not supported. Unsaved changes of this context are not seen.
+    std::expected<std::vector<ActivityStamp>, BvError> fetchActivityStamps(const ActivityQuery &query);
     // The activity with this uid, or nullptr.
     std::expected<ActivityPtr, BvError> activityWithUid(const QString &uid);
     // The stored activities with these uids, by uid; uids without one are absent from the answer.

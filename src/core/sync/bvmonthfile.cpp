@@ -19,6 +19,7 @@
 #include "base/datehelpers.h"
 #include "base/logging.h"
 #include "model/activityquery.h"
+#include "model/activityrecord.h"
 #include "model/deletedactivity.h"
 #include "model/storecontext.h"
 #include "sync/bvsyncdateformatter.h"
@@ -447,6 +448,18 @@ std::expected<CheckedElements, BvError> readElements(const QByteArray &bytes)
     return checked;
 }
 
+// The activities filed under a month: those whose start lies in it, in the order of their start.
+ActivityQuery monthQuery(const BVMonthDateRange &month)
+{
+    ActivityQuery query;
+    query.startsFrom = month.dateFrom();
+    // The last second counts whole: an activity started at 23:59:59.5 on the last day belongs to this
+    // month, and the next month starts only at 00:00:00 of its first day.
+    query.startsUntil = month.dateTo().addMSecs(999);
+    query.order = ActivityQuery::Order::TimeFromAscending;
+    return query;
+}
+
 } // namespace
 
 std::expected<QList<ActivityPtr>, BvError> BVMonthFile::activitiesForMonth(
@@ -454,13 +467,7 @@ std::expected<QList<ActivityPtr>, BvError> BVMonthFile::activitiesForMonth(
 {
     if (!month.dateFrom().isValid() || !month.dateTo().isValid())
         return QList<ActivityPtr>();
-    ActivityQuery query;
-    query.startsFrom = month.dateFrom();
-    // The last second counts whole: an activity started at 23:59:59.5 on the last day belongs to this
-    // month, and the next month starts only at 00:00:00 of its first day.
-    query.startsUntil = month.dateTo().addMSecs(999);
-    query.order = ActivityQuery::Order::TimeFromAscending;
-    std::expected<QList<ActivityPtr>, BvError> fetched = context.fetchActivities(query);
+    std::expected<QList<ActivityPtr>, BvError> fetched = context.fetchActivities(monthQuery(month));
     if (!fetched)
         return fetched;
     QList<ActivityPtr> activities = std::move(*fetched);
@@ -470,6 +477,24 @@ std::expected<QList<ActivityPtr>, BvError> BVMonthFile::activitiesForMonth(
     std::stable_sort(activities.begin(), activities.end(),
         [](const ActivityPtr &a, const ActivityPtr &b) { return a->modifiedAt() < b->modifiedAt(); });
     return activities;
+}
+
+std::expected<BVMonthFile::Summary, BvError> BVMonthFile::summaryForMonth(
+    StoreContext &context, const BVMonthDateRange &month, const QString &excludedUid)
+{
+    if (!month.dateFrom().isValid() || !month.dateTo().isValid())
+        return Summary();
+    std::expected<std::vector<ActivityStamp>, BvError> stamps = context.fetchActivityStamps(monthQuery(month));
+    if (!stamps)
+        return std::unexpected(stamps.error());
+    // The hash orders its items by uid itself, so the order of the rows does not matter.
+    QList<ActivityHashItem> items;
+    items.reserve(qsizetype(stamps->size()));
+    for (const ActivityStamp &stamp : *stamps) {
+        if (stamp.uid != excludedUid || excludedUid.isEmpty())
+            items.append(ActivityHashItem(stamp.uid, ActivityRecord::instant(stamp.modifiedAt)));
+    }
+    return Summary { items.size(), ActivityHashItem::hashForItems(items) };
 }
 
 QList<ActivityHashItem> BVMonthFile::hashItems(const QList<ActivityPtr> &activities)

@@ -28,6 +28,17 @@ public:
     static std::expected<QList<ActivityPtr>, BvError> activitiesForMonth(
         StoreContext &context, const BVMonthDateRange &month, const QString &excludedUid);
 
+    // What activitiesForMonth gives, told by its number and content hash only: read from the uids and
+    // modification times of the stored rows, without building the activities, which is what a run needs
+    // for every month that did not change. Unsaved changes of `context` are not seen.
+    struct Summary
+    {
+        qsizetype count = 0;
+        QString hash;
+    };
+    static std::expected<Summary, BvError> summaryForMonth(
+        StoreContext &context, const BVMonthDateRange &month, const QString &excludedUid);
+
     // The (uid, modifiedAt) items of the activities, and their content hash (ActivityHashItem).
     static QList<ActivityHashItem> hashItems(const QList<ActivityPtr> &activities);
     static QString hashForActivities(const QList<ActivityPtr> &activities);

@@ -140,19 +140,19 @@ void BVSyncCache::cleanupFiles(StoreContext &context, Done done)
         const BVMonthDateRange month(row->year(), row->month());
         // Only activities that start and end inside the month count here, while the export files an
         // activity by its start alone: a month whose one activity runs past its end is cleaned up.
+        // Counted in the store: every change of the run is saved by now.
         qint64 count = 0;
         if (month.dateFrom().isValid() && month.dateTo().isValid()) {
             ActivityQuery query;
             query.startsFrom = month.dateFrom();
             query.startsUntil = month.dateTo();
-            std::expected<QList<ActivityPtr>, BvError> activities = context.fetchActivities(query);
-            if (!activities) {
-                finishCleanup(std::unexpected(BVSyncErrors::localStorage(QStringLiteral("28"), activities.error())));
+            query.endsUntil = month.dateTo();
+            std::expected<qint64, BvError> counted = context.countActivities(query);
+            if (!counted) {
+                finishCleanup(std::unexpected(BVSyncErrors::localStorage(QStringLiteral("28"), counted.error())));
                 return;
             }
-            count = std::count_if(activities->cbegin(), activities->cend(), [&](const ActivityPtr &activity) {
-                return !activity->isDeleted() && activity->timeTo() <= month.dateTo();
-            });
+            count = *counted;
         }
         if (count == 0) {
             std::optional<BVTmpSyncFile> file = BVTmpSyncFile::fromSyncFile(row, m_backend.syncMethod());

@@ -523,15 +523,18 @@ void BVSyncService::exportNextFile()
         return;
     }
     delegateNotifyProgress(QStringLiteral("Exporting activities for: %1").arg(month->name()));
-    std::expected<QList<ActivityPtr>, BvError> activities
-        = BVMonthFile::activitiesForMonth(*m_context, *month, m_currentActivityID.value_or(QString()));
-    if (!activities) {
-        delegateNotifyError(BVSyncErrors::localStorage(QStringLiteral("20"), activities.error()).description());
+    const QString excludedUid = m_currentActivityID.value_or(QString());
+    // Most months of a run have not changed: their number and hash come from the rows alone, and the
+    // activities are built only for a month that is written.
+    const std::expected<BVMonthFile::Summary, BvError> summary
+        = BVMonthFile::summaryForMonth(*m_context, *month, excludedUid);
+    if (!summary) {
+        delegateNotifyError(BVSyncErrors::localStorage(QStringLiteral("20"), summary.error()).description());
         return;
     }
-    logMessage(QStringLiteral("Number of activities for: %1 %2").arg(month->name()).arg(activities->size()));
+    logMessage(QStringLiteral("Number of activities for: %1 %2").arg(month->name()).arg(summary->count));
 
-    if (activities->isEmpty()) {
+    if (summary->count == 0) {
         const auto cachedIt
             = std::find_if(m_cachedFiles.begin(), m_cachedFiles.end(), [&month](const BVTmpSyncFile &file) {
                   return file.year() == month->year() && file.month() == month->month();
@@ -546,7 +549,7 @@ void BVSyncService::exportNextFile()
         return;
     }
 
-    const QString hash = BVMonthFile::hashForActivities(*activities);
+    const QString hash = summary->hash;
     std::expected<QList<SyncFilePtr>, BvError> rows = m_context->fetchSyncFiles(month->name());
     if (!rows) {
         delegateNotifyError(BVSyncErrors::localStorage(QStringLiteral("21"), rows.error()).description());
@@ -560,6 +563,14 @@ void BVSyncService::exportNextFile()
     }
 
     logMessage(QStringLiteral("Exporting activities for %1").arg(month->name()));
+    const std::expected<QList<ActivityPtr>, BvError> activities
+        = BVMonthFile::activitiesForMonth(*m_context, *month, excludedUid);
+    if (!activities) {
+        delegateNotifyError(BVSyncErrors::localStorage(QStringLiteral("20"), activities.error()).description());
+        return;
+    }
+    // The rows and the activities must tell the same month, or every run would upload it again.
+    Q_ASSERT(BVMonthFile::hashForActivities(*activities) == hash);
     BVTmpSyncFile file(month->year(), month->month(), m_backend->syncMethod(), std::nullopt);
     file.setActivityHash(hash);
     const QString path = m_cache->filePath(file);
