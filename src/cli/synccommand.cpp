@@ -33,8 +33,10 @@ int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
         backend = std::make_unique<BVFolderSyncBackend>(parser.value(folder));
     } else {
         auto made = BVSyncBackendFactory::backendForSettings(*settings);
+        // The preferences are not the only way in: a folder works without any.
         if (!made)
-            return fail(environment, made.error().message());
+            return fail(environment,
+                made.error().message() + QStringLiteral(", or sync through a folder: brimvale sync --folder DIR"));
         backend = std::move(*made);
     }
 
