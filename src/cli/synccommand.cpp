@@ -2,6 +2,8 @@
 
 #include <QEventLoop>
 
+#include "cli/cliinterrupt.h"
+
 #include "model/store.h"
 #include "settings/bvsettings.h"
 #include "sync/bvfoldersyncbackend.h"
@@ -62,6 +64,13 @@ int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
     QObject::connect(&service, &BVSyncService::syncServiceCancelled, &loop, [&]() {
         environment.err << QStringLiteral("Operation cancelled.") << Qt::endl;
         loop.exit(CliExit::Failure);
+    });
+    // Ctrl-C stops the run at its next safe point instead of in the middle of a step; what it had
+    // saved stays saved.
+    CliInterrupt interrupt;
+    QObject::connect(&interrupt, &CliInterrupt::interrupted, &service, [&]() {
+        environment.err << QStringLiteral("Cancelling sync operation...") << Qt::endl;
+        service.cancel();
     });
     service.sync();
     const int status = loop.exec();

@@ -1,6 +1,7 @@
 #include <QtTest>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <expected>
 #include <fcntl.h>
@@ -175,6 +176,7 @@ private Q_SLOTS:
     void killedRunLosesNothing_data();
     void killedRunLosesNothing();
     void folderTurnedReadOnlyFailsTheRunUntilWritable();
+    void ctrlCStopsTheRunAtASafePoint();
     void secondRunOnTheSameStoreIsRefused();
     void settingsChooseTheFolder_data();
     void settingsChooseTheFolder();
@@ -607,6 +609,37 @@ void TestSyncProcess::folderTurnedReadOnlyFailsTheRunUntilWritable()
     QVERIFY2(diverged.isEmpty(), qPrintable(diverged));
     QCOMPARE(common.keys(), m_journalsExpected.keys());
     QVERIFY2(leftovers(m_shared).isEmpty(), qPrintable(leftovers(m_shared).join(u", "_s)));
+}
+
+void TestSyncProcess::ctrlCStopsTheRunAtASafePoint()
+{
+    const QString unprepared = useFixture(m_journalsFixture, &TestSyncProcess::buildJournalsFixture);
+    QVERIFY2(unprepared.isEmpty(), qPrintable(unprepared));
+    const Machine &a = m_machines.at(0);
+    const Machine &b = m_machines.at(1);
+
+    bool sent = false;
+    const Result interrupted = syncWatching(b, [&](const QString &line, QProcess &process) {
+        if (!sent && line.startsWith(u"Merging data from"_s)) {
+            sent = true;
+            ::kill(pid_t(process.processId()), SIGINT);
+        }
+    });
+    QVERIFY(sent);
+    QVERIFY2(!interrupted.killed, "the first Ctrl-C lets the run end by itself");
+    QCOMPARE(interrupted.status, 1);
+    QVERIFY2(interrupted.err.contains(u"Operation cancelled."_s), qPrintable(interrupted.err));
+    QVERIFY(!interrupted.out.contains(u"Sync operation completed!"_s));
+    QVERIFY(!QFile::exists(b.storePath() + u".sync-lock"_s));
+
+    for (const Machine &machine : { b, a }) {
+        const Result synced = sync(machine);
+        QVERIFY2(synced.status == 0, qPrintable(synced.err));
+    }
+    Journal common;
+    const QString diverged = divergence({ a, b }, &common);
+    QVERIFY2(diverged.isEmpty(), qPrintable(diverged));
+    QCOMPARE(common.keys(), m_journalsExpected.keys());
 }
 
 void TestSyncProcess::secondRunOnTheSameStoreIsRefused()
