@@ -190,6 +190,9 @@ private:
     std::optional<Journal> journal(const Machine &machine) const;
     // Empty when every machine lists the same activities field by field, else the first difference.
     QString divergence(const QList<Machine> &machines, Journal *common) const;
+    // Syncs b and then a (after b's trouble, the two runs that bring both up to date) and gives the
+    // journal they share; the failure's text otherwise.
+    QString syncBothAndCompare(const Machine &a, const Machine &b, Journal *common) const;
 
     // Writes activities straight into a machine's store, as the app would have recorded them; gives the
     // text of each by uid.
@@ -318,6 +321,16 @@ std::optional<Journal> TestSyncProcess::journal(const Machine &machine) const
     for (const QJsonValue &value : document.array())
         journal.insert(value.toObject().value(u"uid"_s).toString(), value.toObject());
     return journal;
+}
+
+QString TestSyncProcess::syncBothAndCompare(const Machine &a, const Machine &b, Journal *common) const
+{
+    for (const Machine *machine : { &b, &a }) {
+        const Result synced = sync(*machine);
+        if (synced.status != 0)
+            return u"sync failed with status %1: %2"_s.arg(synced.status).arg(synced.err);
+    }
+    return divergence({ a, b }, common);
 }
 
 QString TestSyncProcess::divergence(const QList<Machine> &machines, Journal *common) const
@@ -555,12 +568,8 @@ void TestSyncProcess::killedRunLosesNothing()
     }
 
     // The killed process's lock does not hold the next run back.
-    for (const Machine &machine : { b, a }) {
-        const Result synced = sync(machine);
-        QVERIFY2(synced.status == 0, qPrintable(synced.err));
-    }
     Journal common;
-    const QString diverged = divergence({ a, b }, &common);
+    const QString diverged = syncBothAndCompare(a, b, &common);
     QVERIFY2(diverged.isEmpty(), qPrintable(diverged));
     QMap<QString, QString> texts;
     for (const QJsonObject &activity : std::as_const(common))
@@ -600,12 +609,8 @@ void TestSyncProcess::folderTurnedReadOnlyFailsTheRunUntilWritable()
 
     QVERIFY(setFolderWritable(m_shared, true));
     m_readOnlyFolder.clear();
-    for (const Machine &machine : { b, a }) {
-        const Result synced = sync(machine);
-        QVERIFY2(synced.status == 0, qPrintable(synced.err));
-    }
     Journal common;
-    const QString diverged = divergence({ a, b }, &common);
+    const QString diverged = syncBothAndCompare(a, b, &common);
     QVERIFY2(diverged.isEmpty(), qPrintable(diverged));
     QCOMPARE(common.keys(), m_journalsExpected.keys());
     QVERIFY2(leftovers(m_shared).isEmpty(), qPrintable(leftovers(m_shared).join(u", "_s)));
@@ -632,12 +637,8 @@ void TestSyncProcess::ctrlCStopsTheRunAtASafePoint()
     QVERIFY(!interrupted.out.contains(u"Sync operation completed!"_s));
     QVERIFY(!QFile::exists(b.storePath() + u".sync-lock"_s));
 
-    for (const Machine &machine : { b, a }) {
-        const Result synced = sync(machine);
-        QVERIFY2(synced.status == 0, qPrintable(synced.err));
-    }
     Journal common;
-    const QString diverged = divergence({ a, b }, &common);
+    const QString diverged = syncBothAndCompare(a, b, &common);
     QVERIFY2(diverged.isEmpty(), qPrintable(diverged));
     QCOMPARE(common.keys(), m_journalsExpected.keys());
 }
@@ -792,15 +793,11 @@ void TestSyncProcess::filesOfOtherToolsAreHarmless()
     const QStringList foreignBefore = snapshot(m_shared).filter(QRegularExpression(u"notes|2024-3\\.|stfolder"_s));
     QCOMPARE(foreignBefore.size(), 4);
 
-    for (const Machine &machine : { b, a }) {
-        const Result synced = sync(machine);
-        QVERIFY2(synced.status == 0, qPrintable(synced.err));
-    }
+    Journal common;
+    const QString diverged = syncBothAndCompare(a, b, &common);
+    QVERIFY2(diverged.isEmpty(), qPrintable(diverged));
     QVERIFY(!QFile::exists(m_shared + u'/' + kConflictCopy));
     QCOMPARE(snapshot(m_shared).filter(QRegularExpression(u"notes|2024-3\\.|stfolder"_s)), foreignBefore);
-    Journal common;
-    const QString diverged = divergence({ a, b }, &common);
-    QVERIFY2(diverged.isEmpty(), qPrintable(diverged));
     QCOMPARE(common.size(), 2);
     QCOMPARE(common.value(edited).value(u"text"_s).toString(), u"@Acme #call weekly, moved to Thursday"_s);
     QCOMPARE(common.value(edited).value(u"modified_at"_s).toString(), modifiedAt);
