@@ -412,6 +412,12 @@ void TestSyncFileFormat::monthFileHoldsTheMonthsActivitiesByStart()
     QCOMPARE(array.at(1).toObject().value(u"time_from"_s).toString(), u"2024-03-31T23:59:59"_s);
     QCOMPARE(BVMonthFile::hashForActivities(*activities),
         ActivityHashItem::hashForItems(BVMonthFile::hashItems(*activities)));
+    // The quick look a run takes at every month tells the same month, the same bounds and exclusion.
+    const auto summary = BVMonthFile::summaryForMonth(*m_context, BVMonthDateRange(2024, 3), u"RUNNING"_s);
+    QVERIFY(summary);
+    QCOMPARE(summary->count, 3);
+    QCOMPARE(summary->hash, BVMonthFile::hashForActivities(*activities));
+    QCOMPARE(BVMonthFile::summaryForMonth(*m_context, BVMonthDateRange(2024, 2), QString())->count, 1);
 }
 
 void TestSyncFileFormat::roundTripKeepsEveryField()

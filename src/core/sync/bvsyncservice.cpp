@@ -569,10 +569,9 @@ void BVSyncService::exportNextFile()
         delegateNotifyError(BVSyncErrors::localStorage(QStringLiteral("20"), activities.error()).description());
         return;
     }
-    // The rows and the activities must tell the same month, or every run would upload it again.
-    Q_ASSERT(BVMonthFile::hashForActivities(*activities) == hash);
+    // The hash of what the file holds: another process may have saved to this month since the check.
     BVTmpSyncFile file(month->year(), month->month(), m_backend->syncMethod(), std::nullopt);
-    file.setActivityHash(hash);
+    file.setActivityHash(BVMonthFile::hashForActivities(*activities));
     const QString path = m_cache->filePath(file);
     if (std::expected<void, BvError> written = BVMonthFile::write(*activities, path); !written) {
         delegateNotifyError(written.error().description());
