@@ -37,7 +37,8 @@ int main(int argc, char **argv)
     StoreOptions options;
     options.applicationFilesDirectory = Store::applicationFilesDirectory();
     options.skipMigrations = UserDefaults::standardUserDefaults()->boolForKey(QStringLiteral("skipMigrations"));
-    options.sidebarOrderedByHand = sidebarOrderedByHand;
+    options.projectsOrderedByHand = sidebarOrderedByHand(false);
+    options.tasksOrderedByHand = sidebarOrderedByHand(true);
     CliEnvironment environment { out, err, options, [] {
                                     // Settings judge the stored notification choice against the desktop, so
                                     // they must know first whether it shows notifications.

@@ -33,7 +33,7 @@ int AddCommand::run(const QStringList &arguments, CliEnvironment &environment)
     if (ActivityManager::isEmpty(text))
         return fail(environment, QStringLiteral("Activity can not be empty!"));
 
-    std::unique_ptr<Store> store = openStore(environment);
+    std::unique_ptr<Store> store = openStore(environment, Access::Write);
     if (!store)
         return CliExit::StoreUnavailable;
     std::unique_ptr<StoreContext> context = store->newContext();
@@ -43,10 +43,8 @@ int AddCommand::run(const QStringList &arguments, CliEnvironment &environment)
     activity->setTimeTo(end->instant);
     activity->setIsInvoiced(parser.isSet(invoiced));
     activity->setModifiedAt(context->now());
-    if (auto saved = context->save(); !saved) {
-        const BvError &error = saved.error();
-        return fail(environment, error.failureReason().isEmpty() ? error.message() : error.failureReason());
-    }
+    if (auto saved = context->save(); !saved)
+        return saveFailed(environment, saved.error());
     environment.out << activity->uid() << Qt::endl;
     return CliExit::Success;
 }

@@ -3,6 +3,7 @@
 #include <QRegularExpression>
 
 #include "model/store.h"
+#include "model/storeerrors.h"
 
 std::optional<int> CliCommand::parse(
     QCommandLineParser &parser, const QStringList &arguments, CliEnvironment &environment)
@@ -25,14 +26,26 @@ std::optional<int> CliCommand::parse(
     return std::nullopt;
 }
 
-std::unique_ptr<Store> CliCommand::openStore(CliEnvironment &environment)
+std::unique_ptr<Store> CliCommand::openStore(CliEnvironment &environment, Access access)
 {
     auto store = Store::open(environment.storeOptions);
     if (!store) {
         environment.err << store.error().message() << Qt::endl;
         return nullptr;
     }
+    if (access == Access::Write && (*store)->isReadOnly()) {
+        environment.err << StoreErrors::readOnly((*store)->storePath()).message() << Qt::endl;
+        return nullptr;
+    }
     return std::move(*store);
+}
+
+int CliCommand::saveFailed(CliEnvironment &environment, const BvError &error)
+{
+    // A refused activity explains itself in the failure reason ("Duration must be ..."); a store error in
+    // its description.
+    environment.err << (error.failureReason().isEmpty() ? error.message() : error.failureReason()) << Qt::endl;
+    return StoreErrors::isStoreUnavailable(error) ? CliExit::StoreUnavailable : CliExit::Failure;
 }
 
 int CliCommand::fail(CliEnvironment &environment, const QString &message)

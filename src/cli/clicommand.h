@@ -9,6 +9,7 @@
 #include <QString>
 #include <QStringList>
 
+#include "base/bverror.h"
 #include "cli/clienvironment.h"
 
 class Store;
@@ -30,8 +31,13 @@ protected:
     // Parses `arguments` with the options set up on `parser` (plus --help). Returns the exit status to
     // end with when parsing failed or help was printed, nothing when the command should go on.
     std::optional<int> parse(QCommandLineParser &parser, const QStringList &arguments, CliEnvironment &environment);
-    // Opens the store; on failure prints its error text and gives nothing (exit with StoreUnavailable).
-    std::unique_ptr<Store> openStore(CliEnvironment &environment);
+    enum class Access { Read, Write };
+    // Opens the store; on failure prints its error text and gives nothing (exit with StoreUnavailable). A
+    // command that writes is refused a read-only store the same way, before it changes anything.
+    std::unique_ptr<Store> openStore(CliEnvironment &environment, Access access = Access::Read);
     // Prints `message` as the one error line and returns Failure.
     static int fail(CliEnvironment &environment, const QString &message);
+    // Prints why a save failed and returns StoreUnavailable when the store cannot take writes at all (full,
+    // read-only), Failure when it refused this change.
+    static int saveFailed(CliEnvironment &environment, const BvError &error);
 };

@@ -17,7 +17,7 @@ int DeleteCommand::run(const QStringList &arguments, CliEnvironment &environment
     if (uids.isEmpty())
         return fail(environment, QStringLiteral("Give at least one UID (see brimvale delete --help)."));
 
-    std::unique_ptr<Store> store = openStore(environment);
+    std::unique_ptr<Store> store = openStore(environment, Access::Write);
     if (!store)
         return CliExit::StoreUnavailable;
     std::unique_ptr<StoreContext> context = store->newContext();
@@ -34,7 +34,7 @@ int DeleteCommand::run(const QStringList &arguments, CliEnvironment &environment
     for (const ActivityPtr &activity : std::as_const(doomed))
         DeletedActivity::deleteActivity(activity, *context);
     if (auto saved = context->save(); !saved)
-        return fail(environment, saved.error().message());
+        return saveFailed(environment, saved.error());
     environment.out << (doomed.size() == 1 ? QStringLiteral("Deleted 1 activity.")
                                            : QStringLiteral("Deleted %1 activities.").arg(doomed.size()))
                     << Qt::endl;

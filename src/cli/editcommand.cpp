@@ -50,7 +50,7 @@ int EditCommand::run(const QStringList &arguments, CliEnvironment &environment)
     if (parser.isSet(text) && ActivityManager::isEmpty(parser.value(text)))
         return fail(environment, QStringLiteral("Activity can not be empty!"));
 
-    std::unique_ptr<Store> store = openStore(environment);
+    std::unique_ptr<Store> store = openStore(environment, Access::Write);
     if (!store)
         return CliExit::StoreUnavailable;
     std::unique_ptr<StoreContext> context = store->newContext();
@@ -69,9 +69,7 @@ int EditCommand::run(const QStringList &arguments, CliEnvironment &environment)
     if (invoicedState)
         activity->setIsInvoiced(*invoicedState);
     activity->setModifiedAt(context->now());
-    if (auto saved = context->save(); !saved) {
-        const BvError &error = saved.error();
-        return fail(environment, error.failureReason().isEmpty() ? error.message() : error.failureReason());
-    }
+    if (auto saved = context->save(); !saved)
+        return saveFailed(environment, saved.error());
     return CliExit::Success;
 }

@@ -39,7 +39,7 @@ int ImportCommand::run(const QStringList &arguments, CliEnvironment &environment
         return CliExit::Success;
     }
 
-    std::unique_ptr<Store> store = openStore(environment);
+    std::unique_ptr<Store> store = openStore(environment, Access::Write);
     if (!store)
         return CliExit::StoreUnavailable;
     const ActivityImportResult result = ActivityImport::importActivities(*activities, *store);

@@ -2,6 +2,7 @@
 
 #include "cli/clitime.h"
 #include "model/activityquery.h"
+#include "model/namekey.h"
 #include "model/store.h"
 #include "model/storecontext.h"
 
@@ -21,9 +22,9 @@ std::expected<QList<qint64>, QString> idsNamed(
 {
     QList<qint64> ids;
     for (const QString &name : names) {
-        const QString key = name.toCaseFolded();
+        const QString key = NameKey::fromName(name);
         auto it = std::find_if(items.cbegin(), items.cend(),
-            [&](const std::shared_ptr<Item> &item) { return item->name().toCaseFolded() == key; });
+            [&](const std::shared_ptr<Item> &item) { return NameKey::fromName(item->name()) == key; });
         if (it == items.cend())
             return std::unexpected(QStringLiteral("No %1 named “%2”.").arg(kind, name));
         ids.append((*it)->objectId());

@@ -42,7 +42,7 @@ int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
         backend = std::move(*made);
     }
 
-    std::unique_ptr<Store> store = openStore(environment);
+    std::unique_ptr<Store> store = openStore(environment, Access::Write);
     if (!store)
         return CliExit::StoreUnavailable;
 

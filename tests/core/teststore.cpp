@@ -2,7 +2,9 @@
 
 #include <QProcess>
 #include <QSqlDatabase>
+#include <QSqlError>
 #include <QSqlQuery>
+#include <QSqlRecord>
 #include <QThread>
 
 #include "fakes/fakeclock.h"
@@ -10,8 +12,46 @@
 #include "model/store.h"
 #include "model/storecontext.h"
 #include "support/isolatedhome.h"
+#include "support/writeprotection.h"
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// Every file in `dir` with its content, to tell whether anything was written, made or left behind.
+QMap<QString, QByteArray> filesIn(const QString &dir)
+{
+    QMap<QString, QByteArray> files;
+    for (const QFileInfo &info : QDir(dir).entryInfoList(QDir::Files | QDir::Hidden | QDir::System)) {
+        QFile file(info.filePath());
+        files.insert(info.fileName(), file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable"));
+    }
+    return files;
+}
+
+// Runs `statements` on the file at `path` through a connection of its own, as another program would.
+bool runSql(const QString &path, const QStringList &statements)
+{
+    bool done = true;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"raw"_s);
+        db.setDatabaseName(path);
+        done = db.open();
+        QSqlQuery query(db);
+        for (const QString &statement : statements) {
+            if (done && !query.exec(statement)) {
+                qWarning() << statement << query.lastError().text();
+                done = false;
+            }
+        }
+        query.clear();
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(u"raw"_s);
+    return done;
+}
+
+} // namespace
 
 class TestStore : public QObject
 {
@@ -21,9 +61,13 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
+    void opensNewStoreInWalModeWithCurrentVersion_data();
     void opensNewStoreInWalModeWithCurrentVersion();
     void refusesUnusableFiles_data();
     void refusesUnusableFiles();
+    void readOnlyStoreReadsButRefusesWrites_data();
+    void readOnlyStoreReadsButRefusesWrites();
+    void openingRekeysNamesAndMergesCollisions();
     void failedSaveChangesNothing();
     void sameRowIsSameObject();
     void unsavedChangesSurviveRefetch();
@@ -75,11 +119,29 @@ ActivityPtr TestStore::insert(StoreContext &context, const QString &text, int mi
     return activity;
 }
 
+void TestStore::opensNewStoreInWalModeWithCurrentVersion_data()
+{
+    QTest::addColumn<QStringList>("existing");
+    QTest::newRow("no file") << QStringList();
+    QTest::newRow("empty file") << QStringList { u"PRAGMA user_version"_s };
+    QTest::newRow("SQLite file whose tables were dropped")
+        << QStringList { u"CREATE TABLE t (x)"_s, u"DROP TABLE t"_s };
+}
+
 void TestStore::opensNewStoreInWalModeWithCurrentVersion()
 {
+    QFETCH(QStringList, existing);
+    const QString storeFile = m_home->applicationFilesDirectory() + u"/db/storedata"_s;
+    if (!existing.isEmpty()) {
+        QVERIFY(QDir().mkpath(m_home->applicationFilesDirectory() + u"/db"_s));
+        QVERIFY(runSql(storeFile, existing));
+        QVERIFY(QFile::exists(storeFile));
+    }
+
     auto store = openStore();
     QVERIFY(store);
-    QCOMPARE(store->storePath(), m_home->applicationFilesDirectory() + u"/db/storedata"_s);
+    QCOMPARE(store->storePath(), storeFile);
+    QVERIFY(!store->isReadOnly());
     auto context = store->newContext();
     insert(*context, u"@Acme #design mock-ups"_s);
     QVERIFY(context->save());
@@ -106,15 +168,23 @@ void TestStore::refusesUnusableFiles_data()
     QTest::addColumn<QString>("setup");
     QTest::addColumn<QString>("domain");
     QTest::addColumn<int>("code");
-    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("text"); // %1: the db folder, %2: the store file
 
     QTest::newRow("db is a file") << "dbfile"
                                   << "YOUR_ERROR_DOMAIN" << 101
                                   << "Expected a folder to store application data, found a file (%1).";
-    QTest::newRow("store is not a database") << "garbage"
-                                             << "NSSQLiteErrorDomain" << 26 << QString();
-    QTest::newRow("store from a newer version") << "newer"
-                                                << "NSCocoaErrorDomain" << 134100 << QString();
+    QTest::newRow("store is not a database")
+        << "garbage"
+        << "NSSQLiteErrorDomain" << 26 << "Could not use the store “%2”: file is not a database.";
+    QTest::newRow("store from a newer version")
+        << "newer"
+        << "NSCocoaErrorDomain" << 134100
+        << "The store “%2” has version 6, which this version of Brimvale cannot open.";
+    QTest::newRow("database of another program")
+        << "foreign"
+        << "NSCocoaErrorDomain" << 259
+        << "The file “%2” is a database of another program, not a Brimvale store; Brimvale leaves it untouched. "
+           "Move it elsewhere to start a new journal.";
 }
 
 void TestStore::refusesUnusableFiles()
@@ -126,28 +196,23 @@ void TestStore::refusesUnusableFiles()
 
     const QString dbDir = m_home->applicationFilesDirectory() + u"/db"_s;
     const QString storeFile = dbDir + u"/storedata"_s;
-    QByteArray original;
     if (setup == "dbfile"_L1) {
         QDir().mkpath(m_home->applicationFilesDirectory());
         QFile file(dbDir);
         QVERIFY(file.open(QIODevice::WriteOnly));
-    } else if (setup == "garbage"_L1) {
-        QDir().mkpath(dbDir);
-        QFile file(storeFile);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        original = QByteArray(8192, 'x');
-        file.write(original);
     } else {
         QDir().mkpath(dbDir);
-        {
-            QSqlDatabase db = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"newer"_s);
-            db.setDatabaseName(storeFile);
-            QVERIFY(db.open());
-            QSqlQuery(db).exec(u"PRAGMA user_version = 6"_s);
-            db.close();
+        if (setup == "garbage"_L1) {
+            QFile file(storeFile);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(QByteArray(8192, 'x'));
+        } else if (setup == "newer"_L1) {
+            QVERIFY(runSql(storeFile, { u"PRAGMA journal_mode = WAL"_s, u"PRAGMA user_version = 6"_s }));
+        } else {
+            QVERIFY(runSql(storeFile, { u"CREATE TABLE notes (body TEXT)"_s, u"INSERT INTO notes VALUES ('mine')"_s }));
         }
-        QSqlDatabase::removeDatabase(u"newer"_s);
     }
+    const QMap<QString, QByteArray> before = filesIn(dbDir);
 
     StoreOptions options;
     options.applicationFilesDirectory = m_home->applicationFilesDirectory();
@@ -155,15 +220,110 @@ void TestStore::refusesUnusableFiles()
     QVERIFY(!store);
     QCOMPARE(store.error().domain(), domain);
     QCOMPARE(store.error().code(), code);
-    if (!text.isEmpty())
-        QCOMPARE(store.error().description(), text.arg(dbDir));
-    QVERIFY(!store.error().message().isEmpty());
-    if (!original.isEmpty()) {
-        // A file we cannot read is never overwritten.
-        QFile file(storeFile);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QCOMPARE(file.readAll(), original);
+    QCOMPARE(store.error().message(), QString(text).replace(u"%1"_s, dbDir).replace(u"%2"_s, storeFile));
+    // A file that is not ours is left exactly as it was, without side files.
+    QCOMPARE(filesIn(dbDir), before);
+}
+
+void TestStore::readOnlyStoreReadsButRefusesWrites_data()
+{
+    QTest::addColumn<bool>("folder");
+    QTest::newRow("read-only folder") << true;
+    QTest::newRow("read-only file") << false;
+}
+
+void TestStore::readOnlyStoreReadsButRefusesWrites()
+{
+    QFETCH(bool, folder);
+    const QString dbDir = m_home->applicationFilesDirectory() + u"/db"_s;
+    {
+        auto store = openStore();
+        auto context = store->newContext();
+        insert(*context, u"@Acme kept"_s);
+        QVERIFY(context->save());
     }
+    const QMap<QString, QByteArray> before = filesIn(dbDir);
+    QCOMPARE(before.keys(), QStringList { u"storedata"_s });
+
+    WriteProtection protection(folder ? dbDir : dbDir + u"/storedata"_s);
+    if (!protection.isActive())
+        QSKIP("the file system of the temporary folder cannot make a file immutable");
+    {
+        auto store = openStore();
+        QVERIFY(store);
+        QVERIFY(store->isReadOnly());
+        auto context = store->newContext();
+        const auto activities = context->fetchActivities();
+        QVERIFY(activities);
+        QCOMPARE(activities->size(), 1);
+        QCOMPARE(activities->constFirst()->project()->name(), u"Acme"_s);
+
+        insert(*context, u"@Globex refused"_s);
+        const auto refused = context->save();
+        QVERIFY(!refused);
+        QCOMPARE(refused.error().code(), 8);
+        QCOMPARE(refused.error().message(),
+            u"Could not use the store “%1/storedata”: attempt to write a readonly database. Make the folder “%1” "
+            "and the files in it writable."_s.arg(dbDir));
+    }
+    QCOMPARE(filesIn(dbDir), before);
+}
+
+void TestStore::openingRekeysNamesAndMergesCollisions()
+{
+    const QString storeFile = m_home->applicationFilesDirectory() + u"/db/storedata"_s;
+    QVERIFY(openStore());
+    // Keys as an earlier version computed them, with simple case folding only: names that are one name
+    // under full folding have rows of their own.
+    QStringList statements {
+        u"INSERT INTO projects (id, name, name_key) VALUES (1, 'STRASSE', 'strasse'), (2, 'Straße', 'straße'),"
+        " (3, 'İstanbul', 'İstanbul'), (4, 'Acme', 'acme')"_s,
+        u"INSERT INTO tasks (id, name, name_key) VALUES (1, 'ﬁle', 'ﬁle'), (2, 'FILE', 'file')"_s,
+    };
+    // modified_at tells which spelling was used last: Straße and FILE (activity 2).
+    const QList<std::tuple<int, int, qint64>> activities { { 1, 1, 1000 }, { 2, 2, 3000 }, { 3, 1, 2000 },
+        { 4, 3, 1000 }, { 5, 4, 1000 } };
+    for (const auto &[id, project, modified] : activities)
+        statements.append(
+            u"INSERT INTO activities (id, uid, text, time_from, time_to, created_at, modified_at,"
+            " year_month, project_id) VALUES (%1, 'uid-%1', 'text', 0, 60000, 0, %3, 197001, %2)"_s.arg(id)
+                .arg(project)
+                .arg(modified));
+    // Activity 3 is linked to both spellings of the task.
+    statements.append(
+        u"INSERT INTO activity_tasks (activity_id, task_id) VALUES (1, 1), (2, 2), (3, 1), (3, 2), (4, 1)"_s);
+    QVERIFY(runSql(storeFile, statements));
+
+    auto store = openStore();
+    QVERIFY(store);
+    QSqlQuery query(*store->database());
+    auto rows = [&query](const QString &sql) {
+        QStringList result;
+        if (!query.exec(sql))
+            return QStringList { query.lastError().text() };
+        while (query.next()) {
+            QStringList columns;
+            for (int i = 0; i < query.record().count(); ++i)
+                columns.append(query.value(i).toString());
+            result.append(columns.join(u' '));
+        }
+        return result;
+    };
+    QCOMPARE(rows(u"SELECT id, name, name_key FROM projects ORDER BY id"_s),
+        QStringList({ u"2 Straße strasse"_s, u"3 İstanbul istanbul"_s, u"4 Acme acme"_s }));
+    QCOMPARE(rows(u"SELECT id, project_id FROM activities ORDER BY id"_s),
+        QStringList({ u"1 2"_s, u"2 2"_s, u"3 2"_s, u"4 3"_s, u"5 4"_s }));
+    QCOMPARE(rows(u"SELECT id, name, name_key FROM tasks ORDER BY id"_s), QStringList { u"2 FILE file"_s });
+    QCOMPARE(rows(u"SELECT activity_id, task_id FROM activity_tasks ORDER BY activity_id"_s),
+        QStringList({ u"1 2"_s, u"2 2"_s, u"3 2"_s, u"4 2"_s }));
+
+    // Found under every spelling, and no second row can come in beside it.
+    auto context = store->newContext();
+    QCOMPARE(context->findProject(u"istanbul"_s)->objectId(), 3);
+    insert(*context, u"@ISTANBUL #File trip"_s);
+    QVERIFY(context->save());
+    QCOMPARE(context->projects()->size(), 3);
+    QCOMPARE(context->tasks()->size(), 1);
 }
 
 void TestStore::failedSaveChangesNothing()

@@ -5,6 +5,8 @@
 #include <QSqlDriver>
 #include <QVariant>
 
+#include "model/storeerrors.h"
+
 SqliteStatement::~SqliteStatement()
 {
     if (m_statement)
@@ -128,7 +130,9 @@ QDateTime SqliteStatement::instant(int column) const
 
 BvError SqliteStatement::error() const
 {
-    const int code = m_db ? sqlite3_extended_errcode(m_db) & 0xff : SQLITE_MISUSE;
-    const QString text = m_db ? QString::fromUtf8(sqlite3_errmsg(m_db)) : QStringLiteral("no connection");
-    return BvError(QStringLiteral("NSSQLiteErrorDomain"), code, text);
+    if (!m_db)
+        return StoreErrors::sqlite(SQLITE_MISUSE, QStringLiteral("no connection"), QString());
+    const char *file = sqlite3_db_filename(m_db, "main");
+    return StoreErrors::sqlite(sqlite3_extended_errcode(m_db), QString::fromUtf8(sqlite3_errmsg(m_db)),
+        file ? QString::fromUtf8(file) : QString());
 }

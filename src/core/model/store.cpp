@@ -8,6 +8,7 @@
 #include <QSqlQuery>
 #include <QStandardPaths>
 #include <QThread>
+#include <QUrl>
 
 #include "base/clock.h"
 #include "base/logging.h"
@@ -50,7 +51,18 @@ std::expected<std::unique_ptr<Store>, BvError> Store::open(const StoreOptions &o
     }
 
     const QString path = QDir(dbDir).filePath(kStoreFile);
-    std::unique_ptr<Store> store(new Store(path, options));
+    // SQLite needs the folder as well as the file to write: the "-wal" and "-shm" files come and go beside
+    // the store. A store that lacks either is opened read-only from the start rather than failing half-way
+    // through a write, and a store that does not exist yet cannot be made.
+    const QFileInfo storeInfo(path);
+    const bool readOnly = !QFileInfo(dbDir).isWritable() || (storeInfo.exists() && !storeInfo.isWritable());
+    if (readOnly && !storeInfo.exists()) {
+        const BvError error = StoreErrors::readOnly(path);
+        qCCritical(lcStore).noquote()
+            << QStringLiteral("Error occurred while adding store coordinator: %1; %2").arg(path, error.message());
+        return std::unexpected(error);
+    }
+    std::unique_ptr<Store> store(new Store(path, options, readOnly));
     std::expected<QSqlDatabase, BvError> db = store->database();
     if (!db) {
         qCCritical(lcStore).noquote()
@@ -62,10 +74,12 @@ std::expected<std::unique_ptr<Store>, BvError> Store::open(const StoreOptions &o
     return store;
 }
 
-Store::Store(const QString &path, const StoreOptions &options)
+Store::Store(const QString &path, const StoreOptions &options, bool readOnly)
     : m_path(path)
     , m_clock(options.clock ? options.clock : Clock::system())
-    , m_sidebarOrderedByHand(options.sidebarOrderedByHand)
+    , m_readOnly(readOnly)
+    , m_projectsOrderedByHand(options.projectsOrderedByHand)
+    , m_tasksOrderedByHand(options.tasksOrderedByHand)
     , m_connectionPrefix(QStringLiteral("brimvale-store-%1-").arg(++s_storeSerial))
 {
     m_watchTimer.callOnTimeout(this, [this] { checkForExternalChanges(); });
@@ -132,37 +146,66 @@ std::expected<QSqlDatabase, BvError> Store::database()
 std::expected<QSqlDatabase, BvError> Store::openConnection(const QString &name)
 {
     QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), name);
-    db.setDatabaseName(m_path);
-    db.setConnectOptions(QStringLiteral("QSQLITE_BUSY_TIMEOUT=10000"));
+    QString connectOptions = QStringLiteral("QSQLITE_BUSY_TIMEOUT=10000");
+    if (m_readOnly) {
+        connectOptions += QStringLiteral(";QSQLITE_OPEN_READONLY");
+        // Reading a WAL store makes SQLite create "-wal" and "-shm" files, which a read-only connection
+        // can never remove again, and which it cannot create at all in a read-only folder. Without a
+        // "-wal" file every committed change is in the store file itself, and nobody can write to it
+        // without making one, so the file is read as it stands. With one, SQLite reads through it.
+        if (!QFileInfo::exists(m_path + QStringLiteral("-wal"))) {
+            connectOptions += QStringLiteral(";QSQLITE_OPEN_URI");
+            QUrl uri = QUrl::fromLocalFile(m_path);
+            uri.setQuery(QStringLiteral("immutable=1"));
+            db.setDatabaseName(uri.toString(QUrl::FullyEncoded));
+        } else {
+            db.setDatabaseName(m_path);
+        }
+    } else {
+        db.setDatabaseName(m_path);
+    }
+    db.setConnectOptions(connectOptions);
     if (!db.open())
-        return std::unexpected(StoreErrors::fromSql(db.lastError()));
+        return std::unexpected(StoreErrors::fromSql(db.lastError(), m_path));
     QSqlQuery query(db);
-    // WAL lets the command line write while the app reads; FULL makes every commit survive a power cut,
-    // not only a crash; the foreign keys keep tasks and activities linked consistently. A 16 MB page
-    // cache keeps a large import or sync in memory until its commit instead of spilling it half-way, and
-    // statement journals stay in memory rather than in a temporary file per statement. Reading the file
-    // through a memory map spares a copy per page when a whole journal is listed.
+    // FULL makes every commit survive a power cut, not only a crash; the foreign keys keep tasks and
+    // activities linked consistently. A 16 MB page cache keeps a large import or sync in memory until its
+    // commit instead of spilling it half-way, and statement journals stay in memory rather than in a
+    // temporary file per statement. Reading the file through a memory map spares a copy per page when a
+    // whole journal is listed.
     // A sync merges each month file in a transaction of its own, and with uids and texts in no particular
     // order each one rewrites a good part of those two indexes, over a thousand pages. Checkpointing at
     // SQLite's default of 1000 pages would copy them back into the file after every month, the same pages
     // again and again; at 8192 pages (32 MB) a page is copied once for several months.
-    for (const auto *pragma : { "PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON",
-             "PRAGMA cache_size = -16384", "PRAGMA temp_store = MEMORY", "PRAGMA mmap_size = 268435456",
-             "PRAGMA wal_autocheckpoint = 8192" }) {
+    for (const auto *pragma : { "PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON", "PRAGMA cache_size = -16384",
+             "PRAGMA temp_store = MEMORY", "PRAGMA mmap_size = 268435456", "PRAGMA wal_autocheckpoint = 8192" }) {
         if (!query.exec(QString::fromLatin1(pragma))) {
-            const BvError error = StoreErrors::fromSql(query.lastError());
+            const BvError error = StoreErrors::fromSql(query);
             db.close();
             return std::unexpected(error);
         }
     }
-    // journal_mode answers with the mode it got: anything but "wal" means the file is not usable as ours.
-    query.exec(QStringLiteral("PRAGMA journal_mode"));
-    if (!query.next() || query.value(0).toString().compare(QLatin1String("wal"), Qt::CaseInsensitive) != 0) {
-        db.close();
-        return std::unexpected(BvError(QStringLiteral("NSSQLiteErrorDomain"), 26,
-            QStringLiteral("The store file could not be opened in WAL mode.")));
+    if (m_schemaReady && !m_readOnly) {
+        if (std::expected<void, BvError> wal = useWriteAheadLog(db); !wal) {
+            db.close();
+            return std::unexpected(wal.error());
+        }
     }
     return db;
+}
+
+std::expected<void, BvError> Store::useWriteAheadLog(QSqlDatabase &db)
+{
+    // WAL lets the command line write while the app reads. The mode is kept in the file, so this only
+    // changes something for a new store; journal_mode answers with the mode it got, and anything but "wal"
+    // means the file is not usable as ours.
+    QSqlQuery query(db);
+    if (!query.exec(QStringLiteral("PRAGMA journal_mode = WAL")))
+        return std::unexpected(StoreErrors::fromSql(query));
+    if (!query.next() || query.value(0).toString().compare(QLatin1String("wal"), Qt::CaseInsensitive) != 0)
+        return std::unexpected(BvError(QStringLiteral("NSSQLiteErrorDomain"), 26,
+            QStringLiteral("The store “%1” could not be opened in WAL mode.").arg(m_path)));
+    return {};
 }
 
 std::expected<void, BvError> Store::prepareSchema(bool skipMigrations)
@@ -170,34 +213,60 @@ std::expected<void, BvError> Store::prepareSchema(bool skipMigrations)
     std::expected<QSqlDatabase, BvError> db = database();
     if (!db)
         return std::unexpected(db.error());
-    std::expected<int, BvError> version = StoreSchema::storedVersion(*db);
-    if (!version) {
-        qCCritical(lcStore).noquote() << QStringLiteral("Error occurred while adding store coordinator: %1; %2")
-                                             .arg(m_path, version.error().message());
-        return std::unexpected(version.error());
-    }
+    auto fail =
+        [this](const BvError &error) {
+            qCCritical(lcStore).noquote()
+                << QStringLiteral("Error occurred while adding store coordinator: %1; %2").arg(m_path, error.message());
+            return std::unexpected(error);
+        };
+    // Nothing is written before the file is known to be ours or empty: even switching the journal mode
+    // would change a stranger's file.
+    std::expected<StoreSchema::Contents, BvError> contents = StoreSchema::contents(*db);
+    if (!contents)
+        return fail(contents.error());
     if (skipMigrations)
         qCInfo(lcStore).noquote() << QStringLiteral("Skipping migrations");
 
-    if (*version == 0) {
-        std::expected<void, BvError> created = StoreSchema::create(*db);
-        if (!created) {
-            qCCritical(lcStore).noquote() << QStringLiteral("Error occurred while adding store coordinator: %1; %2")
-                                                 .arg(m_path, created.error().message());
-            return created;
-        }
-    } else if (*version != StoreSchema::Version) {
-        const BvError error = StoreErrors::incompatibleVersion(m_path, *version);
+    if (contents->version == 0 && contents->hasTables)
+        return fail(StoreErrors::foreignFile(m_path));
+    if (contents->version != 0 && contents->version != StoreSchema::Version) {
+        const BvError error = StoreErrors::incompatibleVersion(m_path, contents->version);
         qCCritical(lcStore).noquote()
             << QStringLiteral("Error occurred while trying to migrating store: %1; %2").arg(m_path, error.message());
         return std::unexpected(error);
     }
+    if (m_readOnly) {
+        if (contents->version == 0)
+            return fail(StoreErrors::readOnly(m_path));
+        m_schemaReady = true;
+        return {};
+    }
+    if (std::expected<void, BvError> wal = useWriteAheadLog(*db); !wal)
+        return fail(wal.error());
+    if (contents->version == 0) {
+        if (std::expected<void, BvError> created = StoreSchema::create(*db); !created)
+            return fail(created.error());
+    } else if (std::expected<void, BvError> rekeyed = StoreSchema::refreshNameKeys(*db); !rekeyed) {
+        return fail(rekeyed.error());
+    }
+    m_schemaReady = true;
     return {};
 }
 
 std::unique_ptr<StoreContext> Store::newContext()
 {
     return std::make_unique<StoreContext>(*this);
+}
+
+void Store::setSidebarOrderedByHand(bool projects, bool tasks)
+{
+    m_projectsOrderedByHand.store(projects, std::memory_order_relaxed);
+    m_tasksOrderedByHand.store(tasks, std::memory_order_relaxed);
+}
+
+bool Store::sidebarOrderedByHand(bool tasks) const
+{
+    return (tasks ? m_tasksOrderedByHand : m_projectsOrderedByHand).load(std::memory_order_relaxed);
 }
 
 void Store::setWatchesExternalChanges(bool watch, int intervalMsecs)

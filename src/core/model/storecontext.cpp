@@ -11,6 +11,7 @@
 #include "base/clock.h"
 #include "base/logging.h"
 #include "model/likepattern.h"
+#include "model/namekey.h"
 #include "model/sqlitestatement.h"
 #include "model/storeerrors.h"
 
@@ -35,10 +36,9 @@ QVariant optionalInteger(const std::optional<qint64> &value)
     return value ? QVariant(*value) : QVariant(QMetaType::fromType<qint64>());
 }
 
-// Names are equal regardless of case, in every script.
 QString nameKey(const QString &name)
 {
-    return name.toCaseFolded();
+    return NameKey::fromName(name);
 }
 
 struct Where
@@ -353,7 +353,7 @@ std::expected<void, BvError> StoreContext::loadItems(bool reload)
         query.setForwardOnly(true);
         const QString table = tasks ? QStringLiteral("tasks") : QStringLiteral("projects");
         if (!query.exec(QStringLiteral("SELECT id, name, position, visible FROM ") + table))
-            return std::unexpected(StoreErrors::fromSql(query.lastError()));
+            return std::unexpected(StoreErrors::fromSql(query));
         QHash<qint64, std::shared_ptr<SidebarItem>> seen;
         while (query.next()) {
             const qint64 id = query.value(0).toLongLong();
@@ -955,7 +955,7 @@ std::expected<qint64, BvError> StoreContext::countActivities(const ActivityQuery
     QSqlQuery sql(*db);
     if (!prepareAndBind(sql, QStringLiteral("SELECT COUNT(*) FROM activities a") + where.sql, where.binds)
         || !sql.exec() || !sql.next())
-        return std::unexpected(StoreErrors::fromSql(sql.lastError()));
+        return std::unexpected(StoreErrors::fromSql(sql));
     return sql.value(0).toLongLong();
 }
 
@@ -982,7 +982,7 @@ std::expected<QList<DeletedActivityPtr>, BvError> StoreContext::fetchDeletedActi
     QSqlQuery query(*db);
     query.setForwardOnly(true);
     if (!prepareAndBind(query, sql, binds) || !query.exec())
-        return std::unexpected(StoreErrors::fromSql(query.lastError()));
+        return std::unexpected(StoreErrors::fromSql(query));
     QList<DeletedActivityPtr> result;
     while (query.next()) {
         const qint64 id = query.value(0).toLongLong();
@@ -1018,7 +1018,7 @@ std::expected<QList<SyncFilePtr>, BvError> StoreContext::fetchSyncFiles(const st
     QSqlQuery query(*db);
     query.setForwardOnly(true);
     if (!prepareAndBind(query, sql, binds) || !query.exec())
-        return std::unexpected(StoreErrors::fromSql(query.lastError()));
+        return std::unexpected(StoreErrors::fromSql(query));
     QList<SyncFilePtr> result;
     while (query.next()) {
         const qint64 id = query.value(0).toLongLong();
@@ -1072,11 +1072,11 @@ std::expected<void, BvError> StoreContext::save()
         return std::unexpected(db.error());
     QSqlQuery control(*db);
     if (!control.exec(QStringLiteral("BEGIN IMMEDIATE")))
-        return std::unexpected(StoreErrors::fromSql(control.lastError()));
+        return std::unexpected(StoreErrors::fromSql(control));
     Store::Entities written;
     std::expected<void, BvError> result = writeChanges(*db, written);
     if (result && !control.exec(QStringLiteral("COMMIT")))
-        result = std::unexpected(StoreErrors::fromSql(control.lastError()));
+        result = std::unexpected(StoreErrors::fromSql(control));
     if (!result) {
         control.exec(QStringLiteral("ROLLBACK"));
         discardFailedInserts();
@@ -1091,7 +1091,7 @@ std::expected<void, BvError> StoreContext::save()
 std::expected<void, BvError> StoreContext::writeChanges(const QSqlDatabase &db, Store::Entities &written)
 {
     m_assignedIds.clear();
-    auto fail = [](const QSqlQuery &query) { return std::unexpected(StoreErrors::fromSql(query.lastError())); };
+    auto fail = [](const QSqlQuery &query) { return std::unexpected(StoreErrors::fromSql(query)); };
     auto run = [](QSqlQuery &query, const QVariantList &binds) {
         for (int i = 0; i < binds.size(); ++i)
             query.bindValue(i, binds.at(i));

@@ -5,6 +5,9 @@
 
 #include "base/bverror.h"
 
+class QSqlDatabase;
+class QSqlQuery;
+
 // The errors of opening and saving the store, with their designed domains, codes and texts.
 namespace StoreErrors {
 
@@ -13,6 +16,8 @@ inline constexpr int InitializationCode = 9999;
 inline constexpr int NewerVersionCode = 134100;
 inline constexpr int SaveCode = 134030;
 inline constexpr int FolderCode = 512;
+inline constexpr int ForeignFileCode = 259;
+inline constexpr auto SqliteDomain = "NSSQLiteErrorDomain";
 
 // The db folder exists but is a file.
 BvError folderIsFile(const QString &path);
@@ -22,7 +27,21 @@ BvError folderUnusable(const QString &path, const QString &reason);
 BvError initializationFailed();
 // The file was written by a later version of Brimvale, or one that needs upgrading first.
 BvError incompatibleVersion(const QString &path, int version);
-// An SQLite failure, in the "NSSQLiteErrorDomain" with SQLite's own code.
-BvError fromSql(const QSqlError &error);
+// The file is an SQLite database of another program: it has tables but no version of ours.
+BvError foreignFile(const QString &path);
+// The store at `path` cannot be written because the file or its folder cannot.
+BvError readOnly(const QString &path);
+
+// An SQLite failure on the store file at `path`, in the "NSSQLiteErrorDomain" with SQLite's primary result
+// code. The description names the file and SQLite's own reason ("database or disk is full") and, where the
+// user can remove the cause, says what to do.
+BvError sqlite(int code, const QString &reason, const QString &path);
+// The failure of the last statement of `query`, on the file its connection has open.
+BvError fromSql(const QSqlQuery &query);
+// A failure to open the connection to the file at `path`.
+BvError fromSql(const QSqlError &error, const QString &path);
+// Whether the error says the store cannot take a write at all (read-only, full, unusable), rather than
+// refusing one change.
+bool isStoreUnavailable(const BvError &error);
 
 } // namespace StoreErrors

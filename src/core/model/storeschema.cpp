@@ -1,8 +1,14 @@
 #include "model/storeschema.h"
 
+#include <algorithm>
+
+#include <QHash>
+#include <QList>
 #include <QSqlError>
 #include <QSqlQuery>
+#include <QVariant>
 
+#include "model/namekey.h"
 #include "model/storeerrors.h"
 
 namespace {
@@ -66,29 +72,180 @@ const char *const kStatements[] = {
 
 } // namespace
 
-std::expected<int, BvError> StoreSchema::storedVersion(QSqlDatabase &db)
+std::expected<StoreSchema::Contents, BvError> StoreSchema::contents(QSqlDatabase &db)
 {
     QSqlQuery query(db);
+    Contents contents;
     if (!query.exec(QStringLiteral("PRAGMA user_version")) || !query.next())
-        return std::unexpected(StoreErrors::fromSql(query.lastError()));
-    return query.value(0).toInt();
+        return std::unexpected(StoreErrors::fromSql(query));
+    contents.version = query.value(0).toInt();
+    if (!query.exec(QStringLiteral("SELECT EXISTS (SELECT 1 FROM sqlite_master)")) || !query.next())
+        return std::unexpected(StoreErrors::fromSql(query));
+    contents.hasTables = query.value(0).toBool();
+    return contents;
 }
 
 std::expected<void, BvError> StoreSchema::create(QSqlDatabase &db)
 {
     QSqlQuery query(db);
     if (!query.exec(QStringLiteral("BEGIN IMMEDIATE")))
-        return std::unexpected(StoreErrors::fromSql(query.lastError()));
+        return std::unexpected(StoreErrors::fromSql(query));
     for (const char *statement : kStatements) {
         if (!query.exec(QString::fromLatin1(statement))) {
-            const BvError error = StoreErrors::fromSql(query.lastError());
+            const BvError error = StoreErrors::fromSql(query);
             query.exec(QStringLiteral("ROLLBACK"));
             return std::unexpected(error);
         }
     }
     if (!query.exec(QStringLiteral("PRAGMA user_version = %1").arg(Version)) || !query.exec(QStringLiteral("COMMIT"))) {
-        const BvError error = StoreErrors::fromSql(query.lastError());
+        const BvError error = StoreErrors::fromSql(query);
         query.exec(QStringLiteral("ROLLBACK"));
+        return std::unexpected(error);
+    }
+    return {};
+}
+
+namespace {
+
+struct NamedRow
+{
+    qint64 id = 0;
+    QString name;
+    QString key;
+    qint64 lastUsed = 0;
+};
+
+struct NameTable
+{
+    const char *table;
+    // When an activity of the row was last modified; 0 when it has none.
+    const char *lastUsed;
+};
+
+const NameTable kNameTables[] = {
+    { "projects", "(SELECT max(a.modified_at) FROM activities a WHERE a.project_id = t.id)" },
+    { "tasks",
+        "(SELECT max(a.modified_at) FROM activity_tasks l JOIN activities a ON a.id = l.activity_id"
+        " WHERE l.task_id = t.id)" },
+};
+
+std::expected<QList<NamedRow>, BvError> namedRows(QSqlDatabase &db, const NameTable &table)
+{
+    QSqlQuery query(db);
+    query.setForwardOnly(true);
+    if (!query.exec(QStringLiteral("SELECT t.id, t.name, t.name_key, coalesce(%1, 0) FROM %2 t")
+                        .arg(QLatin1String(table.lastUsed), QLatin1String(table.table))))
+        return std::unexpected(StoreErrors::fromSql(query));
+    QList<NamedRow> rows;
+    while (query.next())
+        rows.append({ query.value(0).toLongLong(), query.value(1).toString(), query.value(2).toString(),
+            query.value(3).toLongLong() });
+    if (query.lastError().isValid())
+        return std::unexpected(StoreErrors::fromSql(query));
+    return rows;
+}
+
+bool anyStale(const QList<NamedRow> &rows)
+{
+    return std::any_of(
+        rows.cbegin(), rows.cend(), [](const NamedRow &row) { return NameKey::fromName(row.name) != row.key; });
+}
+
+std::expected<void, BvError> rekey(QSqlDatabase &db, const NameTable &table)
+{
+    std::expected<QList<NamedRow>, BvError> rows = namedRows(db, table);
+    if (!rows)
+        return std::unexpected(rows.error());
+    if (!anyStale(*rows))
+        return {};
+
+    // The row whose spelling was used last stands for all rows of its key.
+    QHash<QString, NamedRow> keepers;
+    for (const NamedRow &row : std::as_const(*rows)) {
+        const QString key = NameKey::fromName(row.name);
+        auto it = keepers.find(key);
+        if (it == keepers.end())
+            keepers.insert(key, row);
+        else if (std::pair(row.lastUsed, row.id) > std::pair(it->lastUsed, it->id))
+            *it = row;
+    }
+
+    const bool tasks = qstrcmp(table.table, "tasks") == 0;
+    const QString name = QLatin1String(table.table);
+    QSqlQuery query(db);
+    auto run = [&](const QString &sql, const QVariantList &binds) -> std::expected<void, BvError> {
+        if (!query.prepare(sql))
+            return std::unexpected(StoreErrors::fromSql(query));
+        for (const QVariant &bind : binds)
+            query.addBindValue(bind);
+        if (!query.exec())
+            return std::unexpected(StoreErrors::fromSql(query));
+        return {};
+    };
+
+    QList<NamedRow> renamed;
+    for (const NamedRow &row : std::as_const(*rows)) {
+        const QString key = NameKey::fromName(row.name);
+        const qint64 keeper = keepers.value(key).id;
+        if (keeper == row.id) {
+            if (key != row.key)
+                renamed.append({ row.id, row.name, key, row.lastUsed });
+            continue;
+        }
+        std::expected<void, BvError> moved = tasks
+            ? run(QStringLiteral("INSERT OR IGNORE INTO activity_tasks (activity_id, task_id)"
+                                 " SELECT activity_id, ? FROM activity_tasks WHERE task_id = ?"),
+                { keeper, row.id })
+            : run(QStringLiteral("UPDATE activities SET project_id = ? WHERE project_id = ?"), { keeper, row.id });
+        if (!moved)
+            return moved;
+        // Task links of the merged row go with it (ON DELETE CASCADE).
+        if (auto removed = run(QStringLiteral("DELETE FROM %1 WHERE id = ?").arg(name), { row.id }); !removed)
+            return removed;
+    }
+    // Every changed key is first set to one no name can have, so no new key meets an old one that is about
+    // to change as well.
+    for (const NamedRow &row : std::as_const(renamed)) {
+        if (auto parked
+            = run(QStringLiteral("UPDATE %1 SET name_key = char(1) || id WHERE id = ?").arg(name), { row.id });
+            !parked)
+            return parked;
+    }
+    for (const NamedRow &row : std::as_const(renamed)) {
+        if (auto keyed = run(QStringLiteral("UPDATE %1 SET name_key = ? WHERE id = ?").arg(name), { row.key, row.id });
+            !keyed)
+            return keyed;
+    }
+    return {};
+}
+
+} // namespace
+
+std::expected<void, BvError> StoreSchema::refreshNameKeys(QSqlDatabase &db)
+{
+    bool stale = false;
+    for (const NameTable &table : kNameTables) {
+        std::expected<QList<NamedRow>, BvError> rows = namedRows(db, table);
+        if (!rows)
+            return std::unexpected(rows.error());
+        stale = stale || anyStale(*rows);
+    }
+    if (!stale)
+        return {};
+
+    // Another process may be re-keying too: the rows are read again inside the transaction.
+    QSqlQuery control(db);
+    if (!control.exec(QStringLiteral("BEGIN IMMEDIATE")))
+        return std::unexpected(StoreErrors::fromSql(control));
+    for (const NameTable &table : kNameTables) {
+        if (std::expected<void, BvError> done = rekey(db, table); !done) {
+            control.exec(QStringLiteral("ROLLBACK"));
+            return done;
+        }
+    }
+    if (!control.exec(QStringLiteral("COMMIT"))) {
+        const BvError error = StoreErrors::fromSql(control);
+        control.exec(QStringLiteral("ROLLBACK"));
         return std::unexpected(error);
     }
     return {};
