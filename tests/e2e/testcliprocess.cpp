@@ -4,10 +4,14 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QScopeGuard>
+
+#include <unistd.h>
 
 #include "model/store.h"
 #include "model/storecontext.h"
 #include "support/isolatedhome.h"
+#include "support/writeprotection.h"
 
 using namespace Qt::StringLiterals;
 
@@ -24,6 +28,9 @@ private Q_SLOTS:
     void statusesAndStreams_data();
     void statusesAndStreams();
     void runningAppNoticesCommandLineWrites();
+    void readOnlyStoreRefusesWritesAndStillLists_data();
+    void readOnlyStoreRefusesWritesAndStillLists();
+    void fullDiskKeepsWhatWasCommitted();
 
 private:
     struct Result
@@ -33,6 +40,8 @@ private:
         QString err;
     };
     Result brimvale(const QStringList &arguments);
+    Result add(const QString &text);
+    QJsonArray listed();
 
     std::unique_ptr<IsolatedHome> m_home;
 };
@@ -58,6 +67,19 @@ TestCliProcess::Result TestCliProcess::brimvale(const QStringList &arguments)
     result.out = QString::fromUtf8(process.readAllStandardOutput());
     result.err = QString::fromUtf8(process.readAllStandardError());
     return result;
+}
+
+TestCliProcess::Result TestCliProcess::add(const QString &text)
+{
+    return brimvale({ u"add"_s, text, u"--from"_s, u"2024-03-12T09:00"_s, u"--to"_s, u"2024-03-12T10:30"_s });
+}
+
+QJsonArray TestCliProcess::listed()
+{
+    const Result result = brimvale({ u"list"_s, u"--json"_s });
+    if (result.status != 0)
+        qWarning() << result.err;
+    return QJsonDocument::fromJson(result.out.toUtf8()).array();
 }
 
 void TestCliProcess::addListDeleteRoundTrip()
@@ -144,6 +166,72 @@ void TestCliProcess::runningAppNoticesCommandLineWrites()
     const Result broken = brimvale({ u"list"_s });
     QCOMPARE(broken.status, 2);
     QVERIFY2(broken.err.contains(u"file is not a database"_s), qPrintable(broken.err));
+}
+
+void TestCliProcess::readOnlyStoreRefusesWritesAndStillLists_data()
+{
+    QTest::addColumn<bool>("folder");
+    QTest::newRow("read-only folder") << true;
+    QTest::newRow("read-only file") << false;
+}
+
+void TestCliProcess::readOnlyStoreRefusesWritesAndStillLists()
+{
+    QFETCH(bool, folder);
+    const Result kept = add(u"@Acme kept"_s);
+    QCOMPARE(kept.status, 0);
+    const QDir dbDir(m_home->applicationFilesDirectory() + u"/db"_s);
+    QCOMPARE(dbDir.entryList(QDir::Files | QDir::Hidden), QStringList { u"storedata"_s });
+
+    WriteProtection protection(folder ? dbDir.path() : dbDir.filePath(u"storedata"_s));
+    if (!protection.isActive())
+        QSKIP("the file system of the temporary folder cannot make a file immutable");
+    const QString refusal = u"Could not use the store “%1”: attempt to write a readonly database. Make the folder "
+                            "“%2” and the files in it writable.\n"_s.arg(dbDir.filePath(u"storedata"_s), dbDir.path());
+    for (const Result &refused : { add(u"@Acme refused"_s), brimvale({ u"delete"_s, kept.out.trimmed() }) }) {
+        QCOMPARE(refused.status, 2);
+        QCOMPARE(refused.err, refusal);
+    }
+    const QJsonArray activities = listed();
+    QCOMPARE(activities.size(), 1);
+    QCOMPARE(activities.at(0).toObject().value(u"uid"_s).toString(), kept.out.trimmed());
+    // Reading made no side file that a read-only store could never remove again.
+    QCOMPARE(dbDir.entryList(QDir::Files | QDir::Hidden), QStringList { u"storedata"_s });
+}
+
+void TestCliProcess::fullDiskKeepsWhatWasCommitted()
+{
+    if (::geteuid() != 0)
+        QSKIP("mounting a small tmpfs needs root");
+    const QString mountPoint = m_home->applicationFilesDirectory();
+    QVERIFY(QDir().mkpath(mountPoint));
+    if (QProcess::execute(u"mount"_s, { u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=1m"_s, u"tmpfs"_s, mountPoint }) != 0)
+        QSKIP("this machine does not let the test mount a tmpfs");
+    auto unmount = qScopeGuard([&] { QProcess::execute(u"umount"_s, { mountPoint }); });
+
+    const Result first = add(u"@Acme first"_s);
+    QCOMPARE(first.status, 0);
+    // Fill the disk, then give back less than the next activity needs but enough for SQLite to open the
+    // store (its -shm file takes 32 KB).
+    QFile ballast(mountPoint + u"/ballast"_s);
+    QVERIFY(ballast.open(QIODevice::WriteOnly | QIODevice::Unbuffered));
+    const QByteArray block(4096, 'b');
+    while (ballast.write(block) == block.size()) { }
+    QVERIFY(ballast.resize(ballast.size() - 48 * 1024));
+
+    const QString large = u"@Acme "_s + QString(100 * 1024, u'x');
+    const Result full = add(large);
+    QCOMPARE(full.status, 2);
+    QCOMPARE(full.err.count(u'\n'), 1);
+    QVERIFY2(
+        full.err.startsWith(u"Could not use the store “%1/db/storedata”: database or disk is full."_s.arg(mountPoint)),
+        qPrintable(full.err));
+    QCOMPARE(listed().size(), 1);
+
+    // Once there is room again the store takes the same activity.
+    QVERIFY(ballast.remove());
+    QCOMPARE(add(large).status, 0);
+    QCOMPARE(listed().size(), 2);
 }
 
 QTEST_GUILESS_MAIN(TestCliProcess)
