@@ -129,12 +129,15 @@ const NameTable kNameTables[] = {
         " WHERE l.task_id = t.id)" },
 };
 
-std::expected<QList<NamedRow>, BvError> namedRows(QSqlDatabase &db, const NameTable &table)
+// `lastUsed` costs a look at every activity, so only re-keying asks for it; the check on every open does not.
+std::expected<QList<NamedRow>, BvError> namedRows(QSqlDatabase &db, const NameTable &table, bool withLastUsed)
 {
     QSqlQuery query(db);
     query.setForwardOnly(true);
-    if (!query.exec(QStringLiteral("SELECT t.id, t.name, t.name_key, coalesce(%1, 0) FROM %2 t")
-                        .arg(QLatin1String(table.lastUsed), QLatin1String(table.table))))
+    if (!query.exec(QStringLiteral("SELECT t.id, t.name, t.name_key, %1 FROM %2 t")
+                        .arg(withLastUsed ? QStringLiteral("coalesce(%1, 0)").arg(QLatin1String(table.lastUsed))
+                                          : QStringLiteral("0"),
+                            QLatin1String(table.table))))
         return std::unexpected(StoreErrors::fromSql(query));
     QList<NamedRow> rows;
     while (query.next())
@@ -153,7 +156,7 @@ bool anyStale(const QList<NamedRow> &rows)
 
 std::expected<void, BvError> rekey(QSqlDatabase &db, const NameTable &table)
 {
-    std::expected<QList<NamedRow>, BvError> rows = namedRows(db, table);
+    std::expected<QList<NamedRow>, BvError> rows = namedRows(db, table, true);
     if (!rows)
         return std::unexpected(rows.error());
     if (!anyStale(*rows))
@@ -225,7 +228,7 @@ std::expected<void, BvError> StoreSchema::refreshNameKeys(QSqlDatabase &db)
 {
     bool stale = false;
     for (const NameTable &table : kNameTables) {
-        std::expected<QList<NamedRow>, BvError> rows = namedRows(db, table);
+        std::expected<QList<NamedRow>, BvError> rows = namedRows(db, table, false);
         if (!rows)
             return std::unexpected(rows.error());
         stale = stale || anyStale(*rows);
