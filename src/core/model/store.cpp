@@ -23,6 +23,13 @@ const auto kStoreFile = QStringLiteral("storedata");
 
 std::atomic<quint64> s_storeSerial { 0 };
 
+std::unexpected<BvError> refused(const QString &path, const BvError &error)
+{
+    qCCritical(lcStore).noquote()
+        << QStringLiteral("Error occurred while adding store coordinator: %1; %2").arg(path, error.message());
+    return std::unexpected(error);
+}
+
 } // namespace
 
 QString Store::applicationFilesDirectory()
@@ -52,23 +59,16 @@ std::expected<std::unique_ptr<Store>, BvError> Store::open(const StoreOptions &o
 
     const QString path = QDir(dbDir).filePath(kStoreFile);
     // SQLite needs the folder as well as the file to write: the "-wal" and "-shm" files come and go beside
-    // the store. A store that lacks either is opened read-only from the start rather than failing half-way
-    // through a write, and a store that does not exist yet cannot be made.
+    // the store. A store whose file or folder cannot be written is opened read-only from the start rather
+    // than failing half-way through a write; one that does not exist yet cannot be made.
     const QFileInfo storeInfo(path);
     const bool readOnly = !QFileInfo(dbDir).isWritable() || (storeInfo.exists() && !storeInfo.isWritable());
-    if (readOnly && !storeInfo.exists()) {
-        const BvError error = StoreErrors::readOnly(path);
-        qCCritical(lcStore).noquote()
-            << QStringLiteral("Error occurred while adding store coordinator: %1; %2").arg(path, error.message());
-        return std::unexpected(error);
-    }
+    if (readOnly && !storeInfo.exists())
+        return refused(path, StoreErrors::readOnly(path));
     std::unique_ptr<Store> store(new Store(path, options, readOnly));
     std::expected<QSqlDatabase, BvError> db = store->database();
-    if (!db) {
-        qCCritical(lcStore).noquote()
-            << QStringLiteral("Error occurred while adding store coordinator: %1; %2").arg(path, db.error().message());
-        return std::unexpected(db.error());
-    }
+    if (!db)
+        return refused(path, db.error());
     if (std::expected<void, BvError> prepared = store->prepareSchema(options.skipMigrations); !prepared)
         return std::unexpected(prepared.error());
     return store;
@@ -213,12 +213,7 @@ std::expected<void, BvError> Store::prepareSchema(bool skipMigrations)
     std::expected<QSqlDatabase, BvError> db = database();
     if (!db)
         return std::unexpected(db.error());
-    auto fail =
-        [this](const BvError &error) {
-            qCCritical(lcStore).noquote()
-                << QStringLiteral("Error occurred while adding store coordinator: %1; %2").arg(m_path, error.message());
-            return std::unexpected(error);
-        };
+    auto fail = [this](const BvError &error) { return refused(m_path, error); };
     // Nothing is written before the file is known to be ours or empty: even switching the journal mode
     // would change a stranger's file.
     std::expected<StoreSchema::Contents, BvError> contents = StoreSchema::contents(*db);
