@@ -29,6 +29,7 @@ private Q_SLOTS:
     void earlierErrorsAreCombined();
     void saveLinksProjectAndTasksFromText_data();
     void saveLinksProjectAndTasksFromText();
+    void sameNameInOtherCaseKeepsProjectObject_data();
     void sameNameInOtherCaseKeepsProjectObject();
     void namesEqualUnderFullCaseFoldingAreOne_data();
     void namesEqualUnderFullCaseFoldingAreOne();
@@ -253,16 +254,30 @@ void TestActivity::saveLinksProjectAndTasksFromText()
         QCOMPARE(activity->tasks(), before);
 }
 
+void TestActivity::sameNameInOtherCaseKeepsProjectObject_data()
+{
+    QTest::addColumn<QString>("stored");
+    QTest::addColumn<QString>("retyped");
+    QTest::newRow("ASCII") << u"acme"_s << u"Acme"_s;
+    QTest::newRow("sharp s") << u"Straße"_s << u"STRASSE"_s;
+    QTest::newRow("dotted capital I") << u"İstanbul"_s << u"istanbul"_s;
+}
+
 void TestActivity::sameNameInOtherCaseKeepsProjectObject()
 {
+    QFETCH(QString, stored);
+    QFETCH(QString, retyped);
     const QDateTime from(QDate(2024, 3, 12), QTime(9, 0));
-    ActivityPtr activity = saved(QStringLiteral("@acme x"), from, from.addSecs(60));
+    ActivityPtr activity = saved(u"@%1 #%1 x"_s.arg(stored), from, from.addSecs(60));
     const ProjectPtr project = activity->project();
-    activity->setText(QStringLiteral("@Acme x"));
+    const QList<TaskPtr> tasks = activity->tasks();
+    activity->setText(u"@%1 #%1 x"_s.arg(retyped));
     QVERIFY(m_context->save());
     QCOMPARE(activity->project(), project);
+    QCOMPARE(activity->tasks(), tasks);
     // Re-typing in another case in the same activity leaves the stored spelling alone.
-    QCOMPARE(project->name(), QStringLiteral("acme"));
+    QCOMPARE(project->name(), stored);
+    QCOMPARE(tasks.constFirst()->name(), stored);
 }
 
 void TestActivity::namesEqualUnderFullCaseFoldingAreOne_data()

@@ -7,6 +7,7 @@
 
 #include "base/localzone.h"
 #include "model/activityparser.h"
+#include "model/namekey.h"
 #include "model/storecontext.h"
 
 namespace {
@@ -180,7 +181,7 @@ void Activity::willSave(StoreContext &context)
 
     const QString projectName = components.project();
     if (!projectName.isNull()) {
-        if (!m_project || m_project->name().compare(projectName, Qt::CaseInsensitive) != 0)
+        if (!m_project || NameKey::fromName(m_project->name()) != NameKey::fromName(projectName))
             setProject(context.findProject(projectName));
     } else if (m_project) {
         setProject(nullptr);
@@ -196,9 +197,9 @@ void Activity::willSave(StoreContext &context)
         QStringList folded;
         folded.reserve(taskNames.size());
         for (const QString &name : taskNames)
-            folded.append(name.toLower());
+            folded.append(NameKey::fromName(name));
         const bool same = std::all_of(m_tasks.cbegin(), m_tasks.cend(),
-            [&](const TaskPtr &task) { return folded.contains(task->name().toLower()); });
+            [&](const TaskPtr &task) { return folded.contains(NameKey::fromName(task->name())); });
         if (same)
             return;
     }
