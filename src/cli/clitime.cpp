@@ -4,6 +4,7 @@
 
 #include <QRegularExpression>
 
+#include "base/datehelpers.h"
 #include "base/localzone.h"
 
 std::expected<CliTime::When, QString> CliTime::parse(const QString &text, const QString &optionName)
@@ -23,12 +24,12 @@ std::expected<CliTime::When, QString> CliTime::parse(const QString &text, const 
                                     match.captured(6).isEmpty() ? 0 : match.captured(6).toInt());
     if (!date.isValid() || !time.isValid())
         return std::unexpected(usage);
-    return When { LocalZone::fromLocal(date, time).toUTC(), dateOnly };
+    return When { DateHelpers::instantFromLocal(date, time), dateOnly };
 }
 
 QDateTime CliTime::nextMidnight(const QDateTime &instant)
 {
-    return LocalZone::fromLocal(LocalZone::toLocal(instant).date().addDays(1), QTime(0, 0)).toUTC();
+    return DateHelpers::instantFromLocal(LocalZone::toLocal(instant).date().addDays(1), QTime(0, 0));
 }
 
 namespace {

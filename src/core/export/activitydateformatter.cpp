@@ -1,7 +1,6 @@
 #include "export/activitydateformatter.h"
 
-#include <QTimeZone>
-
+#include "base/datehelpers.h"
 #include "base/localzone.h"
 
 namespace {
@@ -306,15 +305,5 @@ QDateTime ActivityDateFormatter::dateFromString(QStringView text) const
     const QDate date(year, month, day);
     if (year < 1 || !date.isValid() || hour > 23 || minute > 59 || second > 59)
         return {};
-    const QTime time(hour, minute, second);
-    const QTimeZone zone = LocalZone::current();
-    if (!zone.isValid())
-        return QDateTime(date, time, Qt::LocalTime);
-    QDateTime result(date, time, zone);
-    if (result.isValid())
-        return result.toUTC();
-    // The wall time does not exist (the clock jumped over it): read it with the offset of the day before.
-    const QDateTime asUtc(date, time, Qt::UTC);
-    const int offsetBefore = zone.offsetFromUtc(asUtc.addSecs(-86400));
-    return asUtc.addSecs(-offsetBefore);
+    return DateHelpers::instantFromLocal(date, QTime(hour, minute, second));
 }
