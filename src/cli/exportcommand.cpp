@@ -46,7 +46,8 @@ int ExportCommand::run(const QStringList &arguments, CliEnvironment &environment
     if (!activities)
         return fail(environment, activities.error().message());
 
-    BvSettings *settings = environment.settings ? environment.settings() : nullptr;
+    const std::optional<BvSettingsView> settings
+        = environment.settings ? std::optional(environment.settings()) : std::nullopt;
     QString message;
     if (parser.isSet(output)) {
         message = ActivityExport::exportActivities(*activities, parser.value(output), exportFormat, settings);

@@ -78,7 +78,7 @@ int TestCommandLine::run(const QStringList &arguments)
     StoreOptions options;
     options.applicationFilesDirectory = m_home->applicationFilesDirectory();
     options.clock = &m_clock;
-    CliEnvironment environment { out, err, options, [this] { return m_settings.get(); } };
+    CliEnvironment environment { out, err, options, [this] { return m_settings->view(); } };
     CommandLine commandLine;
     const int status = commandLine.run(arguments, environment);
     out.flush();
@@ -143,6 +143,9 @@ void TestCommandLine::wrongArgumentsChangeNothing_data()
                                        << "Duration must be atleast one second long";
     QTest::newRow("delete one unknown of two")
         << QStringList { u"delete"_s, u"$UID"_s, u"0000"_s } << "Activity not found! (0000)";
+    QTest::newRow("export into a missing folder")
+        << QStringList { u"export"_s, u"--format"_s, u"csv"_s, u"--output"_s, u"/nonexistent/week.csv"_s }
+        << "Failed to write CSV data to file! No such file or directory";
 }
 
 void TestCommandLine::wrongArgumentsChangeNothing()

@@ -38,8 +38,10 @@ protected:
     qint64 readData(char *, qint64) override { return -1; }
     qint64 writeData(const char *, qint64 length) override
     {
-        if (m_written + length > m_capacity)
+        if (m_written + length > m_capacity) {
+            setErrorString(QStringLiteral("No space left on device"));
             return -1;
+        }
         m_written += length;
         return length;
     }
@@ -184,7 +186,7 @@ void TestActivityExport::csvReadsBackWithPython()
     m_settings->setCSVFormat(layout);
     const QList<ActivityPtr> activities = insertSamples();
     const QString file = path(u"export.csv"_s);
-    QCOMPARE(ActivityExport::exportActivities(activities, file, 0, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, file, 0, m_settings->view()), QString());
 
     QProcess python;
     python.start(u"/usr/bin/python3"_s,
@@ -230,7 +232,7 @@ void TestActivityExport::csvHasNoHeaderAndNoFinalLineEnd()
 
     // The default layout through the settings: six quoted columns, UTF-8 without byte-order mark.
     const QString file = path(u"default.csv"_s);
-    QCOMPARE(ActivityExport::exportActivities({ activities.at(0) }, file, 0, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities({ activities.at(0) }, file, 0, m_settings->view()), QString());
     QCOMPARE(readAll(file), "\"3/12/24\";\"09:00:00\";\"01:30:00\";\"Acme\";\"@Acme #design mock-ups\";\"0\"");
 }
 
@@ -244,7 +246,7 @@ void TestActivityExport::csvOpensInLibreOfficeCalc()
     m_settings->setCSVFormat(layout);
     QDir().mkpath(path(u"in"_s));
     const QString file = path(u"in/calc.csv"_s);
-    QCOMPARE(ActivityExport::exportActivities(activities, file, 0, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, file, 0, m_settings->view()), QString());
 
     // Calc reads our file (";" separated, '"' quoted, UTF-8, every column as text) and writes it back
     // comma separated with every text cell quoted, which Python then reads cell by cell.
@@ -301,7 +303,7 @@ void TestActivityExport::xmlPassesXmllint()
     m_settings->setXMLFormat(layout);
 
     const QString file = path(u"export.xml"_s);
-    QCOMPARE(ActivityExport::exportActivities(activities, file, 1, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, file, 1, m_settings->view()), QString());
     QProcess xmllint;
     xmllint.setProcessChannelMode(QProcess::MergedChannels);
     xmllint.start(u"xmllint"_s, { u"--noout"_s, file });
@@ -343,12 +345,13 @@ void TestActivityExport::xmlPassesXmllint()
 void TestActivityExport::nothingToExportGivesEmptyFiles()
 {
     const QString csv = path(u"empty.csv"_s);
-    QCOMPARE(ActivityExport::exportActivities({}, csv, 0, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities({}, csv, 0, m_settings->view()), QString());
     QVERIFY(QFile::exists(csv));
     QCOMPARE(readAll(csv), QByteArray());
 
     const QString xml = path(u"empty.xml"_s);
-    QCOMPARE(ActivityExport::exportActivities({}, QUrl::fromLocalFile(xml).toString(), 1, m_settings.get()), QString());
+    QCOMPARE(
+        ActivityExport::exportActivities({}, QUrl::fromLocalFile(xml).toString(), 1, m_settings->view()), QString());
     QCOMPARE(QProcess::execute(u"xmllint"_s, { u"--noout"_s, xml }), 0);
     QXmlStreamReader reader(readAll(xml));
     QVERIFY(reader.readNextStartElement());
@@ -361,7 +364,7 @@ void TestActivityExport::exportThenImportGivesBackTheActivities()
 {
     const QList<ActivityPtr> activities = insertSamples();
     const QString file = path(u"round trip.xml"_s);
-    QCOMPARE(ActivityExport::exportActivities(activities, file, 1, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, file, 1, m_settings->view()), QString());
 
     IsolatedHome otherMachine;
     StoreOptions options;
@@ -401,28 +404,34 @@ void TestActivityExport::failedWriteLeavesNoFile()
 {
     QFETCH(int, format);
     QFETCH(QString, message);
+    // The designed message, then the system's reason.
+    const QStringList reasons { u"No such file or directory"_s, u"Filename refers to a directory"_s,
+        u"No space left on device"_s };
     const QList<ActivityPtr> activities = insertSamples();
     for (int i = 0; i < 3; ++i)
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Export.* failed"_s));
 
     const QString missingFolder = path(u"missing/export.out"_s);
-    QCOMPARE(ActivityExport::exportActivities(activities, missingFolder, format, m_settings.get()), message);
+    QCOMPARE(ActivityExport::exportActivities(activities, missingFolder, format, m_settings->view()),
+        message + u' ' + reasons.at(0));
     QVERIFY(!QFile::exists(missingFolder));
 
     const QString folder = path(u"a folder"_s);
     QVERIFY(QDir().mkpath(folder));
-    QCOMPARE(ActivityExport::exportActivities(activities, folder, format, m_settings.get()), message);
+    QCOMPARE(ActivityExport::exportActivities(activities, folder, format, m_settings->view()),
+        message + u' ' + reasons.at(1));
     QVERIFY(QFileInfo(folder).isDir());
 
     FailingDevice full(100);
-    QCOMPARE(ActivityExport::exportActivities(activities, full, format, m_settings.get()), message);
+    QCOMPARE(
+        ActivityExport::exportActivities(activities, full, format, m_settings->view()), message + u' ' + reasons.at(2));
 
     // A target that exists keeps its content until a complete file replaces it.
     const QString existing = path(u"existing.out"_s);
     QFile previous(existing);
     QVERIFY(previous.open(QIODevice::WriteOnly) && previous.write("previous export") > 0);
     previous.close();
-    QCOMPARE(ActivityExport::exportActivities(activities, existing, format, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, existing, format, m_settings->view()), QString());
     QVERIFY(readAll(existing) != "previous export");
 }
 
@@ -433,7 +442,7 @@ void TestActivityExport::everyExportDropsTheDateFormatters()
     QCOMPARE(before, DateFormatterCache::getFormatterForValue(121));
     QBuffer buffer;
     buffer.open(QIODevice::WriteOnly);
-    QCOMPARE(ActivityExport::exportActivities(activities, buffer, 1, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, buffer, 1, m_settings->view()), QString());
     QVERIFY(DateFormatterCache::getFormatterForValue(121) != before);
 }
 

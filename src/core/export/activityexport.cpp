@@ -12,7 +12,6 @@
 #include "export/activitycsvformatter.h"
 #include "export/activityfieldvalue.h"
 #include "export/dateformattercache.h"
-#include "settings/bvsettings.h"
 
 namespace {
 
@@ -104,39 +103,46 @@ QString localPath(const QString &toUrl)
 
 } // namespace
 
-QString ActivityExport::exportActivities(
-    const QList<ActivityPtr> &activities, const QString &toUrl, int withFormat, BvSettings *settings)
+QString ActivityExport::exportActivities(const QList<ActivityPtr> &activities, const QString &toUrl, int withFormat,
+    const std::optional<BvSettingsView> &settings)
 {
-    BvSettings &from = settings ? *settings : *BvSettings::defaultSettings();
-    const QString failure = withFormat == XMLFormat ? xmlFailureMessage() : csvFailureMessage();
     const QString path = localPath(toUrl);
     QSaveFile file(path);
     bool written = !path.isEmpty() && file.open(QIODevice::WriteOnly);
-    written = written && write(activities, file, withFormat, from);
+    written = written && write(activities, file, withFormat, settings ? *settings : BvSettingsView::standard());
     written = written && file.commit();
     DateFormatterCache::clearCache();
     if (!written) {
-        qCWarning(lcExport).noquote() << QStringLiteral("Export to %1 failed: %2").arg(path, file.errorString());
-        return failure;
+        const QString reason = path.isEmpty() ? tr("No file name given") : file.errorString();
+        qCWarning(lcExport).noquote() << QStringLiteral("Export to %1 failed: %2").arg(path, reason);
+        return failureMessage(withFormat, reason);
     }
     return {};
 }
 
-QString ActivityExport::exportActivities(
-    const QList<ActivityPtr> &activities, QIODevice &toDevice, int withFormat, BvSettings *settings)
+QString ActivityExport::exportActivities(const QList<ActivityPtr> &activities, QIODevice &toDevice, int withFormat,
+    const std::optional<BvSettingsView> &settings)
 {
-    BvSettings &from = settings ? *settings : *BvSettings::defaultSettings();
-    const bool written = toDevice.isWritable() && write(activities, toDevice, withFormat, from);
+    const bool written = toDevice.isWritable()
+        && write(activities, toDevice, withFormat, settings ? *settings : BvSettingsView::standard());
     DateFormatterCache::clearCache();
     if (!written) {
-        qCWarning(lcExport).noquote() << QStringLiteral("Export failed: %1").arg(toDevice.errorString());
-        return withFormat == XMLFormat ? xmlFailureMessage() : csvFailureMessage();
+        const QString reason = toDevice.isWritable() ? toDevice.errorString() : tr("Not open for writing");
+        qCWarning(lcExport).noquote() << QStringLiteral("Export failed: %1").arg(reason);
+        return failureMessage(withFormat, reason);
     }
     return {};
+}
+
+QString ActivityExport::failureMessage(int withFormat, const QString &reason)
+{
+    const QString failure = withFormat == XMLFormat ? xmlFailureMessage() : csvFailureMessage();
+    // The designed message says what failed; the system's reason says what to fix.
+    return reason.isEmpty() ? failure : failure + QLatin1Char(' ') + reason;
 }
 
 bool ActivityExport::write(
-    const QList<ActivityPtr> &activities, QIODevice &device, int withFormat, BvSettings &settings)
+    const QList<ActivityPtr> &activities, QIODevice &device, int withFormat, const BvSettingsView &settings)
 {
     if (withFormat == XMLFormat)
         return writeXML(activities, settings.getXMLFormat(), device);

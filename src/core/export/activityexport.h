@@ -1,13 +1,15 @@
 #pragma once
 
+#include <optional>
+
 #include <QCoreApplication>
 #include <QList>
 #include <QString>
 
 #include "export/csvtokenfield.h"
 #include "model/activity.h"
+#include "settings/bvsettingsview.h"
 
-class BvSettings;
 class QIODevice;
 
 // Writes activities as CSV or XML in the user's layouts.
@@ -33,14 +35,15 @@ public:
 
     // Writes the activities to the file at toUrl (a local path or a "file:" URL) in format 1 (XML) or
     // any other (CSV), atomically: the file is replaced only once everything is written. Layouts and
-    // separator come from `settings`, or from BvSettings::defaultSettings() when none is given. Answers a
+    // separator come from `settings`, or from BvSettingsView::standard() when none is given. Answers a
     // null string on success, else "Failed to write XML data to file!" or "Failed to write CSV data to
-    // file!"; the file is then as it was.
-    static QString exportActivities(
-        const QList<ActivityPtr> &activities, const QString &toUrl, int withFormat, BvSettings *settings = nullptr);
+    // file!" followed by the system's reason ("Failed to write CSV data to file! No such file or
+    // directory"); the file is then as it was.
+    static QString exportActivities(const QList<ActivityPtr> &activities, const QString &toUrl, int withFormat,
+        const std::optional<BvSettingsView> &settings = std::nullopt);
     // The same to an open device (standard output, for instance), which is written as the export goes.
-    static QString exportActivities(
-        const QList<ActivityPtr> &activities, QIODevice &toDevice, int withFormat, BvSettings *settings = nullptr);
+    static QString exportActivities(const QList<ActivityPtr> &activities, QIODevice &toDevice, int withFormat,
+        const std::optional<BvSettingsView> &settings = std::nullopt);
 
     // The two writers on their own, with explicit layouts; false when the device refused data.
     static bool writeCSV(const QList<ActivityPtr> &activities, const QList<CSVTokenField> &csvFormat,
@@ -54,7 +57,10 @@ public:
 
     static QString csvFailureMessage() { return tr("Failed to write CSV data to file!"); }
     static QString xmlFailureMessage() { return tr("Failed to write XML data to file!"); }
+    // The failure message of the format, then the reason when there is one.
+    static QString failureMessage(int withFormat, const QString &reason);
 
 private:
-    static bool write(const QList<ActivityPtr> &activities, QIODevice &device, int withFormat, BvSettings &settings);
+    static bool write(
+        const QList<ActivityPtr> &activities, QIODevice &device, int withFormat, const BvSettingsView &settings);
 };
