@@ -454,6 +454,10 @@ void TestCommandLine::exportedCsvReadsBackFieldForField()
     add(u"@Acme #design \"quoted\"; semi"_s, u"2024-03-12T09:00"_s, u"2024-03-12T10:00"_s);
     add(u"two\nlines"_s, u"2024-03-13T09:00"_s, u"2024-03-13T09:30"_s, true);
     m_settings->setCsvFieldSeparator(u"{TAB}"_s);
+    // Task names are read only for a layout that shows them.
+    m_settings->setCSVFormat(
+        BvSettings::getDefaultCSVFormat() << CSVTokenField::initWithActivityFieldMode(
+            CSVTokenField::CSVMode, ActivityTokenType::ActivityType, ActivityTokenValue::TaskTags));
     const QString file = m_home->root() + u"/week.csv"_s;
     QCOMPARE(run({ u"export"_s, u"--format"_s, u"csv"_s, u"--from"_s, u"2024-03-11"_s, u"--to"_s, u"2024-03-17"_s,
                  u"--output"_s, file }),
@@ -473,14 +477,17 @@ void TestCommandLine::exportedCsvReadsBackFieldForField()
     QCOMPARE(rows.size(), 2);
     bool sawQuoted = false;
     bool sawLines = false;
+    bool sawTask = false;
     for (const QJsonValue &row : rows) {
         for (const QJsonValue &field : row.toArray()) {
             sawQuoted |= field.toString() == u"@Acme #design \"quoted\"; semi"_s;
             sawLines |= field.toString() == u"two\nlines"_s;
+            sawTask |= field.toString() == u"design"_s;
         }
     }
     QVERIFY(sawQuoted);
     QVERIFY(sawLines);
+    QVERIFY(sawTask);
 
     QCOMPARE(run({ u"export"_s, u"--format"_s, u"pdf"_s }), 1);
     QCOMPARE(m_err.trimmed(), u"--format takes csv or xml, not “pdf”."_s);

@@ -104,6 +104,8 @@ private Q_SLOTS:
     void xmlPassesXmllint();
     void nothingToExportGivesEmptyFiles();
     void exportThenImportGivesBackTheActivities();
+    void recordsExportAsActivitiesDo_data();
+    void recordsExportAsActivitiesDo();
     void failedWriteLeavesNoFile_data();
     void failedWriteLeavesNoFile();
     void everyExportDropsTheDateFormatters();
@@ -389,6 +391,53 @@ void TestActivityExport::exportThenImportGivesBackTheActivities()
         QCOMPARE(copy->text(), original->text());
         QCOMPARE(copy->isInvoiced(), original->isInvoiced());
     }
+}
+
+void TestActivityExport::recordsExportAsActivitiesDo_data()
+{
+    QTest::addColumn<int>("format");
+    QTest::newRow("csv") << ActivityExport::CSVFormat;
+    QTest::newRow("xml") << ActivityExport::XMLFormat;
+}
+
+// The command line exports plain records, the app its activities: every column renders the same.
+void TestActivityExport::recordsExportAsActivitiesDo()
+{
+    QFETCH(int, format);
+    const std::pair<int, QList<int>> columns[] = {
+        { ActivityTokenType::DateType,
+            { 110, 111, 120, 121, 160, 161, 170, 171, 200, 201, 202, 203, 204, 205, 250, 251, 252, 253, 254, 255 } },
+        { ActivityTokenType::DurationType, { 300, 301, 302 } },
+        { ActivityTokenType::ActivityType, { 400, 401, 402, 403, 404 } },
+    };
+    QList<CSVTokenField> layout;
+    for (const auto &[type, values] : columns) {
+        for (const int value : values) {
+            CSVTokenField field = CSVTokenField::initWithActivityFieldMode(format, type, value);
+            field.setXmlPropertyName(u"v"_s + QString::number(value));
+            layout.append(field);
+        }
+    }
+    if (format == ActivityExport::XMLFormat)
+        m_settings->setXMLFormat(layout);
+    else
+        m_settings->setCSVFormat(layout);
+    QVERIFY(ActivityExport::showsTasks(layout));
+    insertSamples();
+    ActivityQuery query;
+    query.order = ActivityQuery::Order::TimeFromDescending;
+    const auto activities = m_context->fetchActivities(query);
+    const auto records = m_context->fetchActivityRecords(query, true);
+    QVERIFY(activities && records);
+
+    QBuffer fromActivities;
+    QBuffer fromRecords;
+    fromActivities.open(QIODevice::WriteOnly);
+    fromRecords.open(QIODevice::WriteOnly);
+    QCOMPARE(ActivityExport::exportActivities(*activities, fromActivities, format, m_settings->view()), QString());
+    QCOMPARE(ActivityExport::exportRecords(*records, fromRecords, format, m_settings->view()), QString());
+    QCOMPARE(fromRecords.data(), fromActivities.data());
+    QVERIFY(fromRecords.data().contains("\"design\""));
 }
 
 void TestActivityExport::failedWriteLeavesNoFile_data()
