@@ -33,7 +33,8 @@ int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
     if (parser.isSet(folder)) {
         backend = std::make_unique<BVFolderSyncBackend>(parser.value(folder));
     } else {
-        auto made = BVSyncBackendFactory::backendForSettings(environment.settings());
+        auto made = BVSyncBackendFactory::backendForSettings(
+            environment.settings ? environment.settings() : BvSettingsView::standard());
         // The preferences are not the only way in: a folder works without any.
         if (!made)
             return fail(environment,
