@@ -4,15 +4,13 @@
 
 #include "cli/commandline.h"
 #include "model/store.h"
-#include "platform/notificationserverfreedesktop.h"
-#include "settings/bvsettings.h"
+#include "settings/bvsettingsview.h"
 #include "settings/userdefaults.h"
 
 namespace {
 
-// The command line reads the sidebar-order preference straight from the defaults store: building the
-// whole settings object would write back values that only the app can judge (such as whether the
-// desktop shows notifications).
+// The command line reads settings without writing any back: the whole settings object would rewrite
+// values that only the app can judge (such as whether the desktop shows notifications).
 bool sidebarOrderedByHand(bool tasks)
 {
     const QString key
@@ -39,12 +37,7 @@ int main(int argc, char **argv)
     options.skipMigrations = UserDefaults::standardUserDefaults()->boolForKey(QStringLiteral("skipMigrations"));
     options.projectsOrderedByHand = sidebarOrderedByHand(false);
     options.tasksOrderedByHand = sidebarOrderedByHand(true);
-    CliEnvironment environment { out, err, options, [] {
-                                    // Settings judge the stored notification choice against the desktop, so
-                                    // they must know first whether it shows notifications.
-                                    BvSettings::setNotificationsAvailable(&NotificationServerFreedesktop::isAvailable);
-                                    return BvSettings::defaultSettings();
-                                } };
+    CliEnvironment environment { out, err, options, &BvSettingsView::standard };
 
     CommandLine commandLine;
     const QStringList arguments = QCoreApplication::arguments().mid(1);

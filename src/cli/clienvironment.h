@@ -5,8 +5,7 @@
 #include <QTextStream>
 
 #include "model/store.h"
-
-class BvSettings;
+#include "settings/bvsettingsview.h"
 
 // What a command runs with: its two streams and how to open the store. The executable hands in stdout,
 // stderr and the user's store; tests hand in buffers and a temporary store.
@@ -15,8 +14,8 @@ struct CliEnvironment
     QTextStream &out;
     QTextStream &err;
     StoreOptions storeOptions;
-    // The user's settings, made on first use: only the commands that need the export layouts ask.
-    std::function<BvSettings *()> settings;
+    // The user's export layouts and sync choice, read on first use; commands never write settings.
+    std::function<BvSettingsView()> settings;
 };
 
 // Exit statuses of every command.

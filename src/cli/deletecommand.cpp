@@ -1,5 +1,6 @@
 #include "cli/deletecommand.h"
 
+#include "cli/uidprefix.h"
 #include "model/deletedactivity.h"
 #include "model/store.h"
 #include "model/storecontext.h"
@@ -9,8 +10,9 @@ int DeleteCommand::run(const QStringList &arguments, CliEnvironment &environment
     QCommandLineParser parser;
     parser.setApplicationDescription(
         QStringLiteral("Deletes activities. Either all of them are deleted or, if one is unknown, none."));
-    parser.addPositionalArgument(
-        QStringLiteral("UID..."), QStringLiteral("The activities, as brimvale list shows them."));
+    parser.addPositionalArgument(QStringLiteral("UID..."),
+        QStringLiteral(
+            "The activities, as brimvale list shows them, or the first 8 or more characters of their UIDs."));
     if (const std::optional<int> done = parse(parser, arguments, environment))
         return *done;
     const QStringList uids = parser.positionalArguments();
@@ -23,7 +25,12 @@ int DeleteCommand::run(const QStringList &arguments, CliEnvironment &environment
     std::unique_ptr<StoreContext> context = store->newContext();
     QList<ActivityPtr> doomed;
     for (const QString &uid : uids) {
-        auto found = context->activityWithUid(uid.trimmed().toUpper());
+        const auto whole = UidPrefix::resolve(*store, uid);
+        if (!whole)
+            return fail(environment, whole.error());
+        if (whole->isNull())
+            return fail(environment, QStringLiteral("Activity not found! (%1)").arg(uid));
+        auto found = context->activityWithUid(*whole);
         if (!found)
             return fail(environment, found.error().message());
         if (!*found)

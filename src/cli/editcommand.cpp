@@ -1,6 +1,7 @@
 #include "cli/editcommand.h"
 
 #include "cli/clitime.h"
+#include "cli/uidprefix.h"
 #include "model/activitymanager.h"
 #include "model/store.h"
 #include "model/storecontext.h"
@@ -11,7 +12,8 @@ int EditCommand::run(const QStringList &arguments, CliEnvironment &environment)
     parser.setApplicationDescription(QStringLiteral("Changes a stored activity; options not given stay as they are.\n"
                                                     "WHEN is local time: yyyy-MM-dd, yyyy-MM-ddTHH:mm or "
                                                     "yyyy-MM-ddTHH:mm:ss."));
-    parser.addPositionalArgument(QStringLiteral("UID"), QStringLiteral("The activity, as brimvale list shows it."));
+    parser.addPositionalArgument(QStringLiteral("UID"),
+        QStringLiteral("The activity, as brimvale list shows it, or the first 8 or more characters of its UID."));
     const QCommandLineOption text(QStringLiteral("text"), QStringLiteral("New text."), QStringLiteral("TEXT"));
     const QCommandLineOption from(QStringLiteral("from"), QStringLiteral("New start."), QStringLiteral("WHEN"));
     const QCommandLineOption to(QStringLiteral("to"), QStringLiteral("New end."), QStringLiteral("WHEN"));
@@ -54,7 +56,12 @@ int EditCommand::run(const QStringList &arguments, CliEnvironment &environment)
     if (!store)
         return CliExit::StoreUnavailable;
     std::unique_ptr<StoreContext> context = store->newContext();
-    auto found = context->activityWithUid(parser.positionalArguments().constFirst().trimmed().toUpper());
+    const auto uid = UidPrefix::resolve(*store, parser.positionalArguments().constFirst());
+    if (!uid)
+        return fail(environment, uid.error());
+    if (uid->isNull())
+        return fail(environment, QStringLiteral("Activity not found!"));
+    auto found = context->activityWithUid(*uid);
     if (!found)
         return fail(environment, found.error().message());
     if (!*found)

@@ -29,8 +29,9 @@ int ImportCommand::run(const QStringList &arguments, CliEnvironment &environment
 
     if (parser.isSet(dryRun)) {
         for (const ActivityPtr &activity : *activities) {
-            environment.out << activity->uid() << QStringLiteral("  ") << CliTime::shortLocal(activity->timeFrom())
-                            << QStringLiteral(" – ") << CliTime::shortLocal(activity->timeTo()).mid(11)
+            environment.out << activity->uid() << QStringLiteral("  ")
+                            << CliTime::span(
+                                   activity->timeFrom().toMSecsSinceEpoch(), activity->timeTo().toMSecsSinceEpoch())
                             << QStringLiteral("  ")
                             << (activity->isInvoiced() ? QStringLiteral("[invoiced] ") : QString())
                             << activity->text().simplified() << '\n';

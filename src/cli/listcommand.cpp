@@ -82,10 +82,10 @@ void appendJson(QString &out, const ActivityRecord &activity)
             out += QLatin1String(", ");
         appendJsonString(out, activity.tasks.at(i));
     }
-    out += QLatin1String("], \"from\": \"") + CliTime::isoLocal(activity.timeFrom) + QLatin1String("\", \"to\": \"")
-        + CliTime::isoLocal(activity.timeTo) + QLatin1String("\", \"created_at\": \"")
-        + CliTime::isoLocal(activity.createdAt) + QLatin1String("\", \"modified_at\": \"")
-        + CliTime::isoLocal(activity.modifiedAt) + QLatin1String("\", \"duration_secs\": ")
+    out += QLatin1String("], \"from\": \"") + CliTime::rfc3339(activity.timeFrom) + QLatin1String("\", \"to\": \"")
+        + CliTime::rfc3339(activity.timeTo) + QLatin1String("\", \"created_at\": \"")
+        + CliTime::rfc3339(activity.createdAt) + QLatin1String("\", \"modified_at\": \"")
+        + CliTime::rfc3339(activity.modifiedAt) + QLatin1String("\", \"duration_secs\": ")
         + QString::number(activity.durationSecs()) + QLatin1String(", \"invoiced\": ")
         + (activity.isInvoiced ? QLatin1String("true") : QLatin1String("false")) + QLatin1Char('}');
 }
@@ -108,7 +108,9 @@ void ListCommand::addFilterOptions(QCommandLineParser &parser)
         { kFrom, QStringLiteral("Only activities that end at or after DATE."), QStringLiteral("DATE") },
         { kTo, QStringLiteral("Only activities that start before DATE (a date alone includes that whole day)."),
             QStringLiteral("DATE") },
-        { kSearch, QStringLiteral("Only activities whose text contains TEXT, regardless of case."),
+        { kSearch,
+            QStringLiteral("Only activities whose text contains TEXT, regardless of case. * and ? are "
+                           "wildcards: * for any characters, ? for one."),
             QStringLiteral("TEXT") },
         { kProject, QStringLiteral("Only activities of this project (repeatable)."), QStringLiteral("NAME") },
         { kTask, QStringLiteral("Only activities with this task (repeatable)."), QStringLiteral("NAME") },
@@ -219,9 +221,8 @@ int ListCommand::run(const QStringList &arguments, CliEnvironment &environment)
     for (qsizetype i = 0; i < count; ++i) {
         const ActivityRecord &activity = (*activities)[std::size_t(i)];
         total += activity.durationSecs();
-        lines += activity.uid + QStringLiteral("  ") + CliTime::shortLocal(activity.timeFrom) + QStringLiteral(" – ")
-            + CliTime::shortLocal(activity.timeTo).mid(11) + QStringLiteral("  ")
-            + CliTime::duration(activity.durationSecs()).rightJustified(9) + QStringLiteral("  ")
+        lines += activity.uid + QStringLiteral("  ") + CliTime::span(activity.timeFrom, activity.timeTo)
+            + QStringLiteral("  ") + CliTime::duration(activity.durationSecs()).rightJustified(9) + QStringLiteral("  ")
             + (activity.isInvoiced ? QStringLiteral("[invoiced] ") : QString()) + oneLine(activity.text)
             + QLatin1Char('\n');
         if ((i + 1) % linesPerPiece == 0) {

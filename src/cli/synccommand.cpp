@@ -5,7 +5,7 @@
 #include "cli/cliinterrupt.h"
 
 #include "model/store.h"
-#include "settings/bvsettings.h"
+#include "settings/bvsettingsview.h"
 #include "sync/bvfoldersyncbackend.h"
 #include "sync/bvsyncbackendfactory.h"
 #include "sync/bvsyncerrors.h"
@@ -14,9 +14,9 @@
 int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
 {
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral(
-        "Runs one sync with the sync method chosen in the preferences: merges what your other computers "
-        "changed and uploads what changed here."));
+    parser.setApplicationDescription(
+        QStringLiteral("Runs one sync with the sync method chosen in the preferences: merges what your other computers "
+                       "changed and uploads what changed here."));
     const QCommandLineOption folder(QStringLiteral("folder"),
         QStringLiteral("Sync through this folder (kept in sync by another tool) instead of the chosen method."),
         QStringLiteral("DIR"));
@@ -30,11 +30,11 @@ int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
         return fail(environment, QStringLiteral("sync takes no arguments (see brimvale sync --help)."));
 
     std::unique_ptr<BVSyncServiceBackend> backend;
-    BvSettings *settings = environment.settings();
     if (parser.isSet(folder)) {
         backend = std::make_unique<BVFolderSyncBackend>(parser.value(folder));
     } else {
-        auto made = BVSyncBackendFactory::backendForSettings(*settings);
+        auto made = BVSyncBackendFactory::backendForSettings(
+            environment.settings ? environment.settings() : BvSettingsView::standard());
         // The preferences are not the only way in: a folder works without any.
         if (!made)
             return fail(environment,
@@ -48,8 +48,8 @@ int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
 
     // The command line tracks nothing itself, so no activity is held back from the files.
     BVSyncService service(std::move(backend), std::nullopt);
+    // No settings for the service: a run from the command line records nothing in them.
     service.setMOC(*store);
-    service.setSettings(settings);
     QEventLoop loop;
     QObject::connect(&service, &BVSyncService::syncServiceProgress, &loop,
         [&](const QString &message) { environment.out << message << Qt::endl; });

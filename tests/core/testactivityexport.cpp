@@ -38,8 +38,10 @@ protected:
     qint64 readData(char *, qint64) override { return -1; }
     qint64 writeData(const char *, qint64 length) override
     {
-        if (m_written + length > m_capacity)
+        if (m_written + length > m_capacity) {
+            setErrorString(QStringLiteral("No space left on device"));
             return -1;
+        }
         m_written += length;
         return length;
     }
@@ -102,6 +104,8 @@ private Q_SLOTS:
     void xmlPassesXmllint();
     void nothingToExportGivesEmptyFiles();
     void exportThenImportGivesBackTheActivities();
+    void recordsExportAsActivitiesDo_data();
+    void recordsExportAsActivitiesDo();
     void failedWriteLeavesNoFile_data();
     void failedWriteLeavesNoFile();
     void everyExportDropsTheDateFormatters();
@@ -184,7 +188,7 @@ void TestActivityExport::csvReadsBackWithPython()
     m_settings->setCSVFormat(layout);
     const QList<ActivityPtr> activities = insertSamples();
     const QString file = path(u"export.csv"_s);
-    QCOMPARE(ActivityExport::exportActivities(activities, file, 0, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, file, 0, m_settings->view()), QString());
 
     QProcess python;
     python.start(u"/usr/bin/python3"_s,
@@ -230,7 +234,7 @@ void TestActivityExport::csvHasNoHeaderAndNoFinalLineEnd()
 
     // The default layout through the settings: six quoted columns, UTF-8 without byte-order mark.
     const QString file = path(u"default.csv"_s);
-    QCOMPARE(ActivityExport::exportActivities({ activities.at(0) }, file, 0, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities({ activities.at(0) }, file, 0, m_settings->view()), QString());
     QCOMPARE(readAll(file), "\"3/12/24\";\"09:00:00\";\"01:30:00\";\"Acme\";\"@Acme #design mock-ups\";\"0\"");
 }
 
@@ -244,7 +248,7 @@ void TestActivityExport::csvOpensInLibreOfficeCalc()
     m_settings->setCSVFormat(layout);
     QDir().mkpath(path(u"in"_s));
     const QString file = path(u"in/calc.csv"_s);
-    QCOMPARE(ActivityExport::exportActivities(activities, file, 0, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, file, 0, m_settings->view()), QString());
 
     // Calc reads our file (";" separated, '"' quoted, UTF-8, every column as text) and writes it back
     // comma separated with every text cell quoted, which Python then reads cell by cell.
@@ -301,7 +305,7 @@ void TestActivityExport::xmlPassesXmllint()
     m_settings->setXMLFormat(layout);
 
     const QString file = path(u"export.xml"_s);
-    QCOMPARE(ActivityExport::exportActivities(activities, file, 1, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, file, 1, m_settings->view()), QString());
     QProcess xmllint;
     xmllint.setProcessChannelMode(QProcess::MergedChannels);
     xmllint.start(u"xmllint"_s, { u"--noout"_s, file });
@@ -343,12 +347,13 @@ void TestActivityExport::xmlPassesXmllint()
 void TestActivityExport::nothingToExportGivesEmptyFiles()
 {
     const QString csv = path(u"empty.csv"_s);
-    QCOMPARE(ActivityExport::exportActivities({}, csv, 0, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities({}, csv, 0, m_settings->view()), QString());
     QVERIFY(QFile::exists(csv));
     QCOMPARE(readAll(csv), QByteArray());
 
     const QString xml = path(u"empty.xml"_s);
-    QCOMPARE(ActivityExport::exportActivities({}, QUrl::fromLocalFile(xml).toString(), 1, m_settings.get()), QString());
+    QCOMPARE(
+        ActivityExport::exportActivities({}, QUrl::fromLocalFile(xml).toString(), 1, m_settings->view()), QString());
     QCOMPARE(QProcess::execute(u"xmllint"_s, { u"--noout"_s, xml }), 0);
     QXmlStreamReader reader(readAll(xml));
     QVERIFY(reader.readNextStartElement());
@@ -361,7 +366,7 @@ void TestActivityExport::exportThenImportGivesBackTheActivities()
 {
     const QList<ActivityPtr> activities = insertSamples();
     const QString file = path(u"round trip.xml"_s);
-    QCOMPARE(ActivityExport::exportActivities(activities, file, 1, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, file, 1, m_settings->view()), QString());
 
     IsolatedHome otherMachine;
     StoreOptions options;
@@ -388,6 +393,53 @@ void TestActivityExport::exportThenImportGivesBackTheActivities()
     }
 }
 
+void TestActivityExport::recordsExportAsActivitiesDo_data()
+{
+    QTest::addColumn<int>("format");
+    QTest::newRow("csv") << ActivityExport::CSVFormat;
+    QTest::newRow("xml") << ActivityExport::XMLFormat;
+}
+
+// The command line exports plain records, the app its activities: every column renders the same.
+void TestActivityExport::recordsExportAsActivitiesDo()
+{
+    QFETCH(int, format);
+    const std::pair<int, QList<int>> columns[] = {
+        { ActivityTokenType::DateType,
+            { 110, 111, 120, 121, 160, 161, 170, 171, 200, 201, 202, 203, 204, 205, 250, 251, 252, 253, 254, 255 } },
+        { ActivityTokenType::DurationType, { 300, 301, 302 } },
+        { ActivityTokenType::ActivityType, { 400, 401, 402, 403, 404 } },
+    };
+    QList<CSVTokenField> layout;
+    for (const auto &[type, values] : columns) {
+        for (const int value : values) {
+            CSVTokenField field = CSVTokenField::initWithActivityFieldMode(format, type, value);
+            field.setXmlPropertyName(u"v"_s + QString::number(value));
+            layout.append(field);
+        }
+    }
+    if (format == ActivityExport::XMLFormat)
+        m_settings->setXMLFormat(layout);
+    else
+        m_settings->setCSVFormat(layout);
+    QVERIFY(ActivityExport::showsTasks(layout));
+    insertSamples();
+    ActivityQuery query;
+    query.order = ActivityQuery::Order::TimeFromDescending;
+    const auto activities = m_context->fetchActivities(query);
+    const auto records = m_context->fetchActivityRecords(query, true);
+    QVERIFY(activities && records);
+
+    QBuffer fromActivities;
+    QBuffer fromRecords;
+    fromActivities.open(QIODevice::WriteOnly);
+    fromRecords.open(QIODevice::WriteOnly);
+    QCOMPARE(ActivityExport::exportActivities(*activities, fromActivities, format, m_settings->view()), QString());
+    QCOMPARE(ActivityExport::exportRecords(*records, fromRecords, format, m_settings->view()), QString());
+    QCOMPARE(fromRecords.data(), fromActivities.data());
+    QVERIFY(fromRecords.data().contains("\"design\""));
+}
+
 void TestActivityExport::failedWriteLeavesNoFile_data()
 {
     QTest::addColumn<int>("format");
@@ -401,28 +453,34 @@ void TestActivityExport::failedWriteLeavesNoFile()
 {
     QFETCH(int, format);
     QFETCH(QString, message);
+    // The designed message, then the system's reason.
+    const QStringList reasons { u"No such file or directory"_s, u"Filename refers to a directory"_s,
+        u"No space left on device"_s };
     const QList<ActivityPtr> activities = insertSamples();
     for (int i = 0; i < 3; ++i)
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"^Export.* failed"_s));
 
     const QString missingFolder = path(u"missing/export.out"_s);
-    QCOMPARE(ActivityExport::exportActivities(activities, missingFolder, format, m_settings.get()), message);
+    QCOMPARE(ActivityExport::exportActivities(activities, missingFolder, format, m_settings->view()),
+        message + u' ' + reasons.at(0));
     QVERIFY(!QFile::exists(missingFolder));
 
     const QString folder = path(u"a folder"_s);
     QVERIFY(QDir().mkpath(folder));
-    QCOMPARE(ActivityExport::exportActivities(activities, folder, format, m_settings.get()), message);
+    QCOMPARE(ActivityExport::exportActivities(activities, folder, format, m_settings->view()),
+        message + u' ' + reasons.at(1));
     QVERIFY(QFileInfo(folder).isDir());
 
     FailingDevice full(100);
-    QCOMPARE(ActivityExport::exportActivities(activities, full, format, m_settings.get()), message);
+    QCOMPARE(
+        ActivityExport::exportActivities(activities, full, format, m_settings->view()), message + u' ' + reasons.at(2));
 
     // A target that exists keeps its content until a complete file replaces it.
     const QString existing = path(u"existing.out"_s);
     QFile previous(existing);
     QVERIFY(previous.open(QIODevice::WriteOnly) && previous.write("previous export") > 0);
     previous.close();
-    QCOMPARE(ActivityExport::exportActivities(activities, existing, format, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, existing, format, m_settings->view()), QString());
     QVERIFY(readAll(existing) != "previous export");
 }
 
@@ -433,7 +491,7 @@ void TestActivityExport::everyExportDropsTheDateFormatters()
     QCOMPARE(before, DateFormatterCache::getFormatterForValue(121));
     QBuffer buffer;
     buffer.open(QIODevice::WriteOnly);
-    QCOMPARE(ActivityExport::exportActivities(activities, buffer, 1, m_settings.get()), QString());
+    QCOMPARE(ActivityExport::exportActivities(activities, buffer, 1, m_settings->view()), QString());
     QVERIFY(DateFormatterCache::getFormatterForValue(121) != before);
 }
 

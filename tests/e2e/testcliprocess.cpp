@@ -31,6 +31,7 @@ private Q_SLOTS:
     void readOnlyStoreRefusesWritesAndStillLists_data();
     void readOnlyStoreRefusesWritesAndStillLists();
     void fullDiskKeepsWhatWasCommitted();
+    void commandsWriteNoSettings();
 
 private:
     struct Result
@@ -39,7 +40,7 @@ private:
         QString out;
         QString err;
     };
-    Result brimvale(const QStringList &arguments);
+    Result brimvale(const QStringList &arguments, const QProcessEnvironment &environment = {});
     Result add(const QString &text);
     QJsonArray listed();
 
@@ -56,9 +57,11 @@ void TestCliProcess::cleanup()
     m_home.reset();
 }
 
-TestCliProcess::Result TestCliProcess::brimvale(const QStringList &arguments)
+TestCliProcess::Result TestCliProcess::brimvale(const QStringList &arguments, const QProcessEnvironment &environment)
 {
     QProcess process;
+    if (!environment.isEmpty())
+        process.setProcessEnvironment(environment);
     process.start(QStringLiteral(BRIMVALE_EXECUTABLE), arguments);
     Result result;
     if (!process.waitForFinished(30000))
@@ -232,6 +235,43 @@ void TestCliProcess::fullDiskKeepsWhatWasCommitted()
     QVERIFY(ballast.remove());
     QCOMPARE(add(large).status, 0);
     QCOMPARE(listed().size(), 2);
+}
+
+void TestCliProcess::commandsWriteNoSettings()
+{
+    // Values the app would judge and write back when it builds its settings: notifications switched on
+    // (no notification server here), an appearance out of range, an old key to upgrade.
+    const QString settingsPath = m_home->configHome() + u"/Brimvale/Brimvale.conf"_s;
+    QVERIFY(QDir().mkpath(QFileInfo(settingsPath).path()));
+    QFile file(settingsPath);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("[General]\nnotificationType=2\nappearance=7\nstatus_bar_type=2\ncsvFieldSeparator={TAB}\n"
+               "syncMethod=2\nsyncFolderPath=/nonexistent/brimvale\n");
+    file.close();
+    const auto bytes = [&] {
+        QFile settings(settingsPath);
+        return settings.open(QIODevice::ReadOnly) ? settings.readAll() : QByteArray();
+    };
+    const QByteArray before = bytes();
+
+    // As over ssh or from cron: no session bus answers.
+    QProcessEnvironment noBus = QProcessEnvironment::systemEnvironment();
+    noBus.insert(u"DBUS_SESSION_BUS_ADDRESS"_s, u"unix:path=/nonexistent/bus"_s);
+    QCOMPARE(brimvale({ u"add"_s, u"a"_s, u"--from"_s, u"2024-03-12T09:00"_s, u"--to"_s, u"2024-03-12T10:00"_s }, noBus)
+                 .status,
+        0);
+    const Result csv = brimvale({ u"export"_s, u"--format"_s, u"csv"_s }, noBus);
+    QCOMPARE(csv.status, 0);
+    QVERIFY2(csv.out.contains(u"\"a\"\t"_s), qPrintable(csv.out));
+    QCOMPARE(
+        brimvale({ u"export"_s, u"--format"_s, u"xml"_s, u"--output"_s, m_home->root() + u"/a.xml"_s }, noBus).status,
+        0);
+    QVERIFY(QDir().mkpath(m_home->root() + u"/sync"_s));
+    const Result folderSync = brimvale({ u"sync"_s, u"--folder"_s, m_home->root() + u"/sync"_s }, noBus);
+    QVERIFY2(folderSync.status == 0, qPrintable(folderSync.err));
+    // The folder chosen in the settings does not exist: the run fails, and still writes nothing.
+    QCOMPARE(brimvale({ u"sync"_s }, noBus).status, 1);
+    QCOMPARE(bytes(), before);
 }
 
 QTEST_GUILESS_MAIN(TestCliProcess)

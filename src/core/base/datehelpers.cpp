@@ -90,10 +90,18 @@ int DateHelpers::localOffsetAt(qint64 msecsSinceEpoch)
 
 QDateTime DateHelpers::instantFromLocal(const QDate &date, const QTime &time)
 {
+    return instantFromLocal(date, time, LocalZone::current());
+}
+
+QDateTime DateHelpers::instantFromLocal(const QDate &date, const QTime &time, const QTimeZone &givenZone)
+{
     if (!date.isValid() || !time.isValid())
         return {};
     const qint64 wall = (date.toJulianDay() - kJulianDayOfEpoch) * kMsecsPerDay + time.msecsSinceStartOfDay();
-    const QTimeZone zone = LocalZone::current();
+    // QDateTime(date, time, zone) cannot serve here: Qt 6.4 answers an invalid date inside a gap, whose
+    // toUTC() is the wall time read as UTC, hours off.
+    const QTimeZone zone = givenZone.isValid() ? givenZone : LocalZone::current();
+    const auto offsetAt = [&zone](qint64 msecs) { return period(zone, msecs).offset; };
 
     // Fast path: the offset period around the likely instant covers every candidate.
     {
@@ -106,9 +114,9 @@ QDateTime DateHelpers::instantFromLocal(const QDate &date, const QTime &time)
 
     // Near a change of offset: the instant is wall - offset for the offset before or after the change,
     // whichever is consistent with itself.
-    const qint64 before = qint64(localOffsetAt(wall - kMargin)) * 1000;
-    const qint64 after = qint64(localOffsetAt(wall + kMargin)) * 1000;
-    auto consistent = [&](qint64 instant) { return qint64(localOffsetAt(instant)) * 1000 == wall - instant; };
+    const qint64 before = qint64(offsetAt(wall - kMargin)) * 1000;
+    const qint64 after = qint64(offsetAt(wall + kMargin)) * 1000;
+    auto consistent = [&](qint64 instant) { return qint64(offsetAt(instant)) * 1000 == wall - instant; };
     const qint64 early = wall - before;
     const qint64 late = wall - after;
     const bool earlyFits = consistent(early);

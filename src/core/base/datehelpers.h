@@ -3,6 +3,7 @@
 #include <QDate>
 #include <QDateTime>
 #include <QTime>
+#include <QTimeZone>
 
 // Comparing instants in whole seconds, and turning the user's wall-clock times into instants and back.
 // The local conversions use LocalZone (the user's current zone) and keep a per-thread cache of the
@@ -18,11 +19,14 @@ public:
     // Seconds since 1970-01-01T00:00:00Z, rounded towards minus infinity.
     static qint64 floorSeconds(const QDateTime &instant);
 
-    // The instant at which the user's clock shows `date` `time`, in UTC. A wall time that occurs twice
-    // (clocks set back) gives the later instant; one that does not occur (clocks set forward) is read
-    // with the offset in force before the change, so it lands as far after the change as it names past
-    // it (02:30 on a night that skips 02:00-03:00 gives 03:30). Invalid for an invalid date or time.
+    // The instant at which the user's clock shows `date` `time`, in UTC. Every conversion of a wall-clock
+    // time to an instant goes through here. A wall time that occurs twice (clocks set back) gives the
+    // later instant; one that does not occur (clocks set forward) is read with the offset in force before
+    // the change, so it moves forward by the gap as the clock did (02:30 on a night that skips
+    // 02:00-03:00 gives 03:30). Invalid for an invalid date or time.
     static QDateTime instantFromLocal(const QDate &date, const QTime &time);
+    // The same on the clock of `zone`; an invalid zone means the user's.
+    static QDateTime instantFromLocal(const QDate &date, const QTime &time, const QTimeZone &zone);
 
     // The user's wall-clock date and time of `instant` (milliseconds kept). False for an invalid instant.
     static bool localFromInstant(const QDateTime &instant, QDate *date, QTime *time);

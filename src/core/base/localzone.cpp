@@ -78,9 +78,3 @@ QDateTime LocalZone::toLocal(const QDateTime &instant)
     const qint64 utc = instant.toMSecsSinceEpoch();
     return QDateTime::fromMSecsSinceEpoch(utc, Qt::OffsetFromUTC, int(offsetMSecs(utc) / 1000));
 }
-
-QDateTime LocalZone::fromLocal(QDate date, QTime time)
-{
-    const QTimeZone zone = current();
-    return zone.isValid() ? QDateTime(date, time, zone) : QDateTime(date, time, Qt::LocalTime);
-}

@@ -7,6 +7,7 @@
 // cached QTimeZone avoids a re-read of the zone file by the C library on every conversion, and the offset
 // of the current daylight-saving period is remembered, so a run of instants in one period costs one zone
 // lookup. The zone is renewed every minute so that a change of zone is picked up while the app runs.
+// The way back, from a wall-clock time to an instant, is DateHelpers::instantFromLocal.
 class LocalZone
 {
 public:
@@ -15,6 +16,4 @@ public:
     static qint64 offsetMSecs(qint64 utcMSecs);
     // `instant` as the user's wall clock shows it (a fixed-offset QDateTime).
     static QDateTime toLocal(const QDateTime &instant);
-    // The instant at which the user's wall clock shows `date` and `time`.
-    static QDateTime fromLocal(QDate date, QTime time);
 };

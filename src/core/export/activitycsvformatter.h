@@ -5,6 +5,7 @@
 
 #include "export/csvtokenfield.h"
 #include "model/activity.h"
+#include "model/activityrecord.h"
 
 // Turns activities into CSV rows with a fixed layout: every field is the activity's rendering of its
 // column, with each double quote doubled and the whole wrapped in double quotes (numbers and empty fields
@@ -23,7 +24,12 @@ public:
     QString rowForActivity(const Activity &activity, const QString &withSeparator) const;
     // The same row appended to `out`, for building a whole file without a string per row.
     void appendRowForActivity(QString &out, const Activity &activity, const QString &withSeparator) const;
+    void appendRowForActivity(QString &out, const ActivityRecord &activity, const QString &withSeparator) const;
 
 private:
+    template<typename Item> void appendRow(QString &out, const Item &activity, const QString &withSeparator) const;
+
     QList<CSVTokenField> m_theFormat;
+    // The text between two fields for the last separator used.
+    mutable QString m_between;
 };

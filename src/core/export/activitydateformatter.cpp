@@ -1,7 +1,9 @@
 #include "export/activitydateformatter.h"
 
-#include <QTimeZone>
+#include <algorithm>
+#include <iterator>
 
+#include "base/datehelpers.h"
 #include "base/localzone.h"
 
 namespace {
@@ -124,21 +126,27 @@ void ActivityDateFormatter::compile()
     flushLiteral();
 }
 
-void ActivityDateFormatter::appendNumber(QString &out, qint64 number, int minDigits) const
+void ActivityDateFormatter::appendNumber(Text &out, qint64 number, int minDigits) const
 {
-    char16_t digits[24];
-    int length = 0;
+    // Filled from the end and appended at once: one append per field instead of one per digit.
+    char16_t digits[48];
+    constexpr int capacity = int(std::size(digits));
+    int first = capacity;
     quint64 magnitude = number < 0 ? 0 - quint64(number) : quint64(number);
     do {
-        digits[length++] = char16_t(m_zeroDigit + magnitude % 10);
+        digits[--first] = char16_t(m_zeroDigit + magnitude % 10);
         magnitude /= 10;
     } while (magnitude != 0);
-    if (number < 0)
-        out += m_locale.negativeSign();
-    for (int pad = length; pad < minDigits; ++pad)
-        out += QChar(m_zeroDigit);
-    while (length > 0)
-        out += QChar(digits[--length]);
+    const int width = std::min(minDigits, capacity);
+    while (capacity - first < width)
+        digits[--first] = m_zeroDigit;
+    if (number < 0) {
+        const QString sign = m_locale.negativeSign();
+        out.append(sign.constData(), sign.size());
+    }
+    for (int pad = capacity; pad < minDigits; ++pad)
+        out.append(QChar(m_zeroDigit));
+    out.append(reinterpret_cast<const QChar *>(digits + first), capacity - first);
 }
 
 int ActivityDateFormatter::digitValue(QChar c) const
@@ -160,10 +168,20 @@ QString ActivityDateFormatter::stringFromDate(const QDateTime &date) const
 
 void ActivityDateFormatter::appendStringFromDate(QString &out, const QDateTime &date) const
 {
-    if (!date.isValid())
-        return;
-    const QDateTime local = LocalZone::toLocal(date);
-    const QDate day = local.date();
+    if (date.isValid())
+        appendStringFromMSecs(out, date.toMSecsSinceEpoch());
+}
+
+void ActivityDateFormatter::appendStringFromMSecs(QString &out, qint64 utcMSecs) const
+{
+    // The wall clock worked out from the zone's offset: an export renders two or three instants per
+    // row, and a QDateTime in the zone costs several times more per call.
+    constexpr qint64 msPerDay = 86400000;
+    constexpr qint64 julianDayOfEpoch = 2440588;
+    const qint64 local = utcMSecs + LocalZone::offsetMSecs(utcMSecs);
+    const qint64 days = local >= 0 ? local / msPerDay : -((-local + msPerDay - 1) / msPerDay);
+    const QDate day = QDate::fromJulianDay(days + julianDayOfEpoch);
+    const QTime time = QTime::fromMSecsSinceStartOfDay(int(local - days * msPerDay));
 
     if (usesStyles()) {
         if (m_timeStyle == Style::NoStyle) {
@@ -174,56 +192,64 @@ void ActivityDateFormatter::appendStringFromDate(QString &out, const QDateTime &
             }
             out += m_lastDayText;
         } else if (m_dateStyle == Style::NoStyle) {
-            out += m_locale.toString(local.time(), m_shortFormat);
+            out += m_locale.toString(time, m_shortFormat);
         } else {
-            out += m_locale.toString(local, m_shortFormat);
+            out += m_locale.toString(
+                LocalZone::toLocal(QDateTime::fromMSecsSinceEpoch(utcMSecs, Qt::UTC)), m_shortFormat);
         }
         return;
     }
 
-    const QTime time = local.time();
+    int year = 0;
+    int month = 0;
+    int dayOfMonth = 0;
+    day.getDate(&year, &month, &dayOfMonth);
+    Text text;
+
     for (const Part &part : m_parts) {
         switch (part.letter) {
         case 0:
-            out += part.literal;
+            text.append(part.literal.constData(), part.literal.size());
             break;
         case u'y': {
             // ICU writes the year of the era: 1 BC is year 1 (Qt counts it as -1, without a year 0).
-            const int year = day.year() > 0 ? day.year() : -day.year();
+            const int yearOfEra = year > 0 ? year : -year;
             if (part.count == 2)
-                appendNumber(out, year % 100, 2);
+                appendNumber(text, yearOfEra % 100, 2);
             else
-                appendNumber(out, year, part.count);
+                appendNumber(text, yearOfEra, part.count);
             break;
         }
         case u'M':
         case u'L':
             if (part.count <= 2) {
-                appendNumber(out, day.month(), part.count);
+                appendNumber(text, month, part.count);
             } else {
                 const QLocale::FormatType type = part.count == 3 ? QLocale::ShortFormat
                     : part.count == 4                            ? QLocale::LongFormat
                                                                  : QLocale::NarrowFormat;
-                out += part.letter == u'M' ? m_locale.monthName(day.month(), type)
-                                           : m_locale.standaloneMonthName(day.month(), type);
+                const QString name
+                    = part.letter == u'M' ? m_locale.monthName(month, type) : m_locale.standaloneMonthName(month, type);
+                text.append(name.constData(), name.size());
             }
             break;
         case u'd':
-            appendNumber(out, day.day(), part.count);
+            appendNumber(text, dayOfMonth, part.count);
             break;
         case u'H':
-            appendNumber(out, time.hour(), part.count);
+            appendNumber(text, time.hour(), part.count);
             break;
         case u'm':
-            appendNumber(out, time.minute(), part.count);
+            appendNumber(text, time.minute(), part.count);
             break;
         case u's':
-            appendNumber(out, time.second(), part.count);
+            appendNumber(text, time.second(), part.count);
             break;
         default:
             break;
         }
     }
+    out.append(text.constData(), text.size());
 }
 
 QDateTime ActivityDateFormatter::dateFromString(QStringView text) const
@@ -306,15 +332,5 @@ QDateTime ActivityDateFormatter::dateFromString(QStringView text) const
     const QDate date(year, month, day);
     if (year < 1 || !date.isValid() || hour > 23 || minute > 59 || second > 59)
         return {};
-    const QTime time(hour, minute, second);
-    const QTimeZone zone = LocalZone::current();
-    if (!zone.isValid())
-        return QDateTime(date, time, Qt::LocalTime);
-    QDateTime result(date, time, zone);
-    if (result.isValid())
-        return result.toUTC();
-    // The wall time does not exist (the clock jumped over it): read it with the offset of the day before.
-    const QDateTime asUtc(date, time, Qt::UTC);
-    const int offsetBefore = zone.offsetFromUtc(asUtc.addSecs(-86400));
-    return asUtc.addSecs(-offsetBefore);
+    return DateHelpers::instantFromLocal(date, QTime(hour, minute, second));
 }

@@ -5,6 +5,7 @@
 #include <QLocale>
 #include <QString>
 #include <QStringView>
+#include <QVarLengthArray>
 
 // Renders and reads instants with an ICU date pattern ("yyy-MM-dd'T'HH:mm:ss", "HH:mm:ss") or with the
 // locale's short styles, in the user's locale and time zone. Qt's own format codes differ from ICU's,
@@ -42,6 +43,8 @@ public:
     // The instant in the user's time zone; the empty string for an invalid instant.
     QString stringFromDate(const QDateTime &date) const;
     void appendStringFromDate(QString &out, const QDateTime &date) const;
+    // The same for an instant in UTC milliseconds since 1970, without a QDateTime on the way.
+    void appendStringFromMSecs(QString &out, qint64 utcMSecs) const;
 
     // Reads text that matches the pattern completely, as local time in the user's zone (fields missing
     // from the pattern are those of 1 January 1970 00:00:00). Out-of-range fields (month 13, 30 February,
@@ -59,7 +62,9 @@ private:
     };
 
     void compile();
-    void appendNumber(QString &out, qint64 number, int minDigits) const;
+    // A rendering is put together here and appended to its string at once.
+    using Text = QVarLengthArray<QChar, 64>;
+    void appendNumber(Text &out, qint64 number, int minDigits) const;
     int digitValue(QChar c) const;
     bool usesStyles() const { return m_dateStyle != Style::NoStyle || m_timeStyle != Style::NoStyle; }
 

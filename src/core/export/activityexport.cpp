@@ -12,7 +12,6 @@
 #include "export/activitycsvformatter.h"
 #include "export/activityfieldvalue.h"
 #include "export/dateformattercache.h"
-#include "settings/bvsettings.h"
 
 namespace {
 
@@ -102,55 +101,36 @@ QString localPath(const QString &toUrl)
     return toUrl;
 }
 
-} // namespace
-
-QString ActivityExport::exportActivities(
-    const QList<ActivityPtr> &activities, const QString &toUrl, int withFormat, BvSettings *settings)
+// The rows an export takes: live activities or plain records of stored ones.
+const Activity *itemOf(const ActivityPtr &activity)
 {
-    BvSettings &from = settings ? *settings : *BvSettings::defaultSettings();
-    const QString failure = withFormat == XMLFormat ? xmlFailureMessage() : csvFailureMessage();
-    const QString path = localPath(toUrl);
-    QSaveFile file(path);
-    bool written = !path.isEmpty() && file.open(QIODevice::WriteOnly);
-    written = written && write(activities, file, withFormat, from);
-    written = written && file.commit();
-    DateFormatterCache::clearCache();
-    if (!written) {
-        qCWarning(lcExport).noquote() << QStringLiteral("Export to %1 failed: %2").arg(path, file.errorString());
-        return failure;
-    }
-    return {};
+    return activity.get();
 }
 
-QString ActivityExport::exportActivities(
-    const QList<ActivityPtr> &activities, QIODevice &toDevice, int withFormat, BvSettings *settings)
+const ActivityRecord *itemOf(const ActivityRecord &record)
 {
-    BvSettings &from = settings ? *settings : *BvSettings::defaultSettings();
-    const bool written = toDevice.isWritable() && write(activities, toDevice, withFormat, from);
-    DateFormatterCache::clearCache();
-    if (!written) {
-        qCWarning(lcExport).noquote() << QStringLiteral("Export failed: %1").arg(toDevice.errorString());
-        return withFormat == XMLFormat ? xmlFailureMessage() : csvFailureMessage();
-    }
-    return {};
+    return &record;
 }
 
-bool ActivityExport::write(
-    const QList<ActivityPtr> &activities, QIODevice &device, int withFormat, BvSettings &settings)
+QString textOf(const Activity &activity)
 {
-    if (withFormat == XMLFormat)
-        return writeXML(activities, settings.getXMLFormat(), device);
-    return writeCSV(activities, settings.getCSVFormat(), separatorFromSetting(settings.csvFieldSeparator()), device);
+    return activity.text();
 }
 
-bool ActivityExport::writeCSV(const QList<ActivityPtr> &activities, const QList<CSVTokenField> &csvFormat,
-    const QString &separator, QIODevice &device)
+QString textOf(const ActivityRecord &record)
+{
+    return record.text;
+}
+
+template<typename Rows>
+bool writeCSVRows(const Rows &rows, const QList<CSVTokenField> &csvFormat, const QString &separator, QIODevice &device)
 {
     const ActivityCSVFormatter formatter(csvFormat);
     QString buffer;
     buffer.reserve(kFlushAtChars + 4096);
     bool first = true;
-    for (const ActivityPtr &activity : activities) {
+    for (const auto &row : rows) {
+        const auto *activity = itemOf(row);
         if (!activity)
             continue;
         // A line end between rows and none after the last: the file ends with the last field.
@@ -164,8 +144,7 @@ bool ActivityExport::writeCSV(const QList<ActivityPtr> &activities, const QList<
     return flush(buffer, device);
 }
 
-bool ActivityExport::writeXML(
-    const QList<ActivityPtr> &activities, const QList<CSVTokenField> &xmlFormat, QIODevice &device)
+template<typename Rows> bool writeXMLRows(const Rows &rows, const QList<CSVTokenField> &xmlFormat, QIODevice &device)
 {
     // The names do not depend on the activity, so the attributes to write are settled once.
     struct Attribute
@@ -188,7 +167,8 @@ bool ActivityExport::writeXML(
     writer.setAutoFormatting(true);
     writer.writeStartDocument();
     writer.writeStartElement(QStringLiteral("activities"));
-    for (const ActivityPtr &activity : activities) {
+    for (const auto &row : rows) {
+        const auto *activity = itemOf(row);
         if (!activity)
             continue;
         writer.writeStartElement(QStringLiteral("activity"));
@@ -196,7 +176,7 @@ bool ActivityExport::writeXML(
             const QString value = ActivityFieldValue::valueForField(*activity, xmlFormat.at(attribute.field));
             writer.writeAttribute(attribute.name, xmlSafe(value));
         }
-        writeText(writer, xmlSafe(activity->text()));
+        writeText(writer, xmlSafe(textOf(*activity)));
         writer.writeEndElement();
         if (writer.hasError())
             return false;
@@ -204,6 +184,102 @@ bool ActivityExport::writeXML(
     writer.writeEndElement();
     writer.writeEndDocument();
     return !writer.hasError();
+}
+
+template<typename Rows>
+bool writeRows(const Rows &rows, QIODevice &device, int withFormat, const BvSettingsView &settings)
+{
+    if (withFormat == ActivityExport::XMLFormat)
+        return writeXMLRows(rows, settings.getXMLFormat(), device);
+    return writeCSVRows(
+        rows, settings.getCSVFormat(), ActivityExport::separatorFromSetting(settings.csvFieldSeparator()), device);
+}
+
+template<typename Rows>
+QString exportToFile(
+    const Rows &rows, const QString &toUrl, int withFormat, const std::optional<BvSettingsView> &settings)
+{
+    const QString path = localPath(toUrl);
+    QSaveFile file(path);
+    bool written = !path.isEmpty() && file.open(QIODevice::WriteOnly);
+    written = written && writeRows(rows, file, withFormat, settings ? *settings : BvSettingsView::standard());
+    written = written && file.commit();
+    DateFormatterCache::clearCache();
+    if (!written) {
+        const QString reason = path.isEmpty() ? ActivityExport::tr("No file name given") : file.errorString();
+        qCWarning(lcExport).noquote() << QStringLiteral("Export to %1 failed: %2").arg(path, reason);
+        return ActivityExport::failureMessage(withFormat, reason);
+    }
+    return {};
+}
+
+template<typename Rows>
+QString exportToDevice(
+    const Rows &rows, QIODevice &toDevice, int withFormat, const std::optional<BvSettingsView> &settings)
+{
+    const bool written = toDevice.isWritable()
+        && writeRows(rows, toDevice, withFormat, settings ? *settings : BvSettingsView::standard());
+    DateFormatterCache::clearCache();
+    if (!written) {
+        const QString reason
+            = toDevice.isWritable() ? toDevice.errorString() : ActivityExport::tr("Not open for writing");
+        qCWarning(lcExport).noquote() << QStringLiteral("Export failed: %1").arg(reason);
+        return ActivityExport::failureMessage(withFormat, reason);
+    }
+    return {};
+}
+
+} // namespace
+
+QString ActivityExport::exportActivities(const QList<ActivityPtr> &activities, const QString &toUrl, int withFormat,
+    const std::optional<BvSettingsView> &settings)
+{
+    return exportToFile(activities, toUrl, withFormat, settings);
+}
+
+QString ActivityExport::exportActivities(const QList<ActivityPtr> &activities, QIODevice &toDevice, int withFormat,
+    const std::optional<BvSettingsView> &settings)
+{
+    return exportToDevice(activities, toDevice, withFormat, settings);
+}
+
+QString ActivityExport::exportRecords(const std::vector<ActivityRecord> &activities, const QString &toUrl,
+    int withFormat, const std::optional<BvSettingsView> &settings)
+{
+    return exportToFile(activities, toUrl, withFormat, settings);
+}
+
+QString ActivityExport::exportRecords(const std::vector<ActivityRecord> &activities, QIODevice &toDevice,
+    int withFormat, const std::optional<BvSettingsView> &settings)
+{
+    return exportToDevice(activities, toDevice, withFormat, settings);
+}
+
+bool ActivityExport::showsTasks(const QList<CSVTokenField> &format)
+{
+    return std::any_of(format.cbegin(), format.cend(), [](const CSVTokenField &field) {
+        return field.tokenType().valueType() == ActivityTokenType::ActivityType
+            && field.tokenValue().value() == ActivityTokenValue::TaskTags;
+    });
+}
+
+QString ActivityExport::failureMessage(int withFormat, const QString &reason)
+{
+    const QString failure = withFormat == XMLFormat ? xmlFailureMessage() : csvFailureMessage();
+    // The designed message says what failed; the system's reason says what to fix.
+    return reason.isEmpty() ? failure : failure + QLatin1Char(' ') + reason;
+}
+
+bool ActivityExport::writeCSV(const QList<ActivityPtr> &activities, const QList<CSVTokenField> &csvFormat,
+    const QString &separator, QIODevice &device)
+{
+    return writeCSVRows(activities, csvFormat, separator, device);
+}
+
+bool ActivityExport::writeXML(
+    const QList<ActivityPtr> &activities, const QList<CSVTokenField> &xmlFormat, QIODevice &device)
+{
+    return writeXMLRows(activities, xmlFormat, device);
 }
 
 QString ActivityExport::separatorFromSetting(const QString &csvFieldSeparator)

@@ -4,6 +4,7 @@
 
 #include "export/csvtokenfield.h"
 #include "model/activity.h"
+#include "model/activityrecord.h"
 
 // How an activity renders one column of an export layout.
 class ActivityFieldValue
@@ -15,4 +16,9 @@ public:
     // zone; an instant that is not set renders the empty string. Anything else is the empty string.
     // Main thread (the formatter cache has no lock).
     static QString valueForField(const Activity &activity, const CSVTokenField &field);
+    // The same for a stored activity read as a plain record (task names only if it was read with them).
+    static QString valueForField(const ActivityRecord &activity, const CSVTokenField &field);
+    // The same rendering appended to `out`, for writing a whole file without a string per column.
+    static void appendValueForField(QString &out, const Activity &activity, const CSVTokenField &field);
+    static void appendValueForField(QString &out, const ActivityRecord &activity, const CSVTokenField &field);
 };

@@ -1,6 +1,6 @@
 #include "export/activitytokenvalue.h"
 
-#include "base/localzone.h"
+#include "base/datehelpers.h"
 #include "export/activitydateformatter.h"
 
 ActivityTokenValue::ActivityTokenValue(const ActivityTokenValue &other)
@@ -174,10 +174,7 @@ QString ActivityTokenValue::activityValueToString(int value)
 
 QDateTime ActivityTokenValue::getDateValue()
 {
-    const QDate date(2010, 10, 23);
-    const QTime time(23, 12, 45);
-    const QTimeZone zone = LocalZone::current();
-    return zone.isValid() ? QDateTime(date, time, zone) : QDateTime(date, time, Qt::LocalTime);
+    return DateHelpers::instantFromLocal(QDate(2010, 10, 23), QTime(23, 12, 45));
 }
 
 QString ActivityTokenValue::getDateUniversalStr()

@@ -1,27 +1,27 @@
 #include "export/bvdurationtransformer.h"
 
 #include <charconv>
+#include <iterator>
 
 #include "base/variantnumber.h"
 
 namespace {
 
-// "%.2ld": at least two digits, the sign in front of them.
-void appendTwoDigits(QString &out, qint64 value)
+// "%.2ld": at least two digits, the sign in front of them. Written backwards from `end`; answers where
+// the text starts.
+char16_t *twoDigitsBefore(char16_t *end, qint64 value)
 {
     quint64 magnitude = value < 0 ? 0 - quint64(value) : quint64(value);
-    if (value < 0)
-        out += u'-';
-    char digits[24];
-    int length = 0;
+    char16_t *first = end;
     do {
-        digits[length++] = char('0' + magnitude % 10);
+        *--first = char16_t(u'0' + magnitude % 10);
         magnitude /= 10;
     } while (magnitude != 0);
-    if (length < 2)
-        digits[length++] = '0';
-    while (length > 0)
-        out += QLatin1Char(digits[--length]);
+    if (end - first < 2)
+        *--first = u'0';
+    if (value < 0)
+        *--first = u'-';
+    return first;
 }
 
 // "%.*f" of the C library in the "C" locale, whatever LC_NUMERIC says: ties of the exact binary value
@@ -56,24 +56,40 @@ QString BVDurationTransformer::transformedValue(qint64 seconds) const
     return render(seconds, float(seconds));
 }
 
+void BVDurationTransformer::appendTransformedValue(QString &out, qint64 seconds) const
+{
+    appendRendered(out, seconds, float(seconds));
+}
+
 QString BVDurationTransformer::render(qint64 whole, float seconds) const
 {
     QString text;
+    text.reserve(m_prefix.size() + 12);
+    return appendRendered(text, whole, seconds) ? text : QString();
+}
+
+bool BVDurationTransformer::appendRendered(QString &out, qint64 whole, float seconds) const
+{
     switch (m_format) {
-    case 0:
-        text.reserve(m_prefix.size() + 8);
-        text += m_prefix;
-        appendTwoDigits(text, whole / 3600);
-        text += u':';
-        appendTwoDigits(text, (whole / 60) % 60);
-        text += u':';
-        appendTwoDigits(text, whole % 60);
-        return text;
+    case 0: {
+        // Put together backwards in one buffer and appended at once: exports render one per row.
+        char16_t text[80];
+        char16_t *first = twoDigitsBefore(std::end(text), whole % 60);
+        *--first = u':';
+        first = twoDigitsBefore(first, (whole / 60) % 60);
+        *--first = u':';
+        first = twoDigitsBefore(first, whole / 3600);
+        out += m_prefix;
+        out.append(reinterpret_cast<const QChar *>(first), std::end(text) - first);
+        return true;
+    }
     case 1:
-        return m_prefix + fixed(double(seconds / 60.0f), 0);
+        out += m_prefix + fixed(double(seconds / 60.0f), 0);
+        return true;
     case 2:
-        return m_prefix + fixed(double(seconds / 3600.0f), 4);
+        out += m_prefix + fixed(double(seconds / 3600.0f), 4);
+        return true;
     default:
-        return {};
+        return false;
     }
 }

@@ -30,9 +30,12 @@ public:
     // holds digits included) and a null string for a format other than 0..2.
     QString transformedValue(const QVariant &value) const;
     QString transformedValue(qint64 seconds) const;
+    // The rendering of `seconds` appended to `out`; nothing for a format other than 0..2.
+    void appendTransformedValue(QString &out, qint64 seconds) const;
 
 private:
     QString render(qint64 whole, float seconds) const;
+    bool appendRendered(QString &out, qint64 whole, float seconds) const;
 
     int m_format = 0;
     QString m_prefix;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "base/datehelpers.h"
 #include "base/localzone.h"
 #include "base/logging.h"
 #include "export/activityexport.h"
@@ -207,8 +208,8 @@ QList<ActivityPtr> ActivityManager::todaysActivities() const
 {
     const QDate today = LocalZone::toLocal(m_context->now()).date();
     ActivityQuery query;
-    query.startsFrom = LocalZone::fromLocal(today, QTime(0, 0, 0));
-    query.startsUntil = LocalZone::fromLocal(today, QTime(23, 59, 59));
+    query.startsFrom = DateHelpers::instantFromLocal(today, QTime(0, 0, 0));
+    query.startsUntil = DateHelpers::instantFromLocal(today, QTime(23, 59, 59));
     query.order = ActivityQuery::Order::TimeFromDescending;
     auto activities = m_context->fetchActivities(query);
     return activities ? *activities : QList<ActivityPtr>();

@@ -4,12 +4,12 @@
 #include <cctype>
 #include <charconv>
 #include <limits>
-#include <tuple>
 
 #include <QMutexLocker>
 
 #include "base/logging.h"
 #include "settings/bvsettingsupgradehelper.h"
+#include "settings/bvsettingsview.h"
 #include "settings/computereventsettings.h"
 #include "settings/loginitemservice.h"
 #include "settings/notificationsettings.h"
@@ -450,8 +450,7 @@ void BvSettings::setReportWindowSidebarCollapsed(bool collapsed, double andWidth
 
 QString BvSettings::csvFieldSeparator() const
 {
-    const QString separator = m_defaults->stringForKey(Key::CsvFieldSeparator);
-    return separator.isEmpty() ? QStringLiteral(";") : separator;
+    return view().csvFieldSeparator();
 }
 
 void BvSettings::setCsvFieldSeparator(const QString &csvFieldSeparator)
@@ -461,14 +460,7 @@ void BvSettings::setCsvFieldSeparator(const QString &csvFieldSeparator)
 
 QList<CSVTokenField> BvSettings::getCSVFormat() const
 {
-    // A stored layout that cannot be read gives no columns rather than the default: the user chose a
-    // layout, and a silent switch to another one would go unnoticed in the exported files.
-    QList<CSVTokenField> format = m_defaults->objectForKey(Key::CsvRowFormat).isValid()
-        ? CSVTokenField::unarchive(m_defaults->stringForKey(Key::CsvRowFormat))
-        : getDefaultCSVFormat();
-    for (CSVTokenField &field : format)
-        field.tokenValue().setShowShortDescription(true);
-    return format;
+    return view().getCSVFormat();
 }
 
 void BvSettings::setCSVFormat(const QList<CSVTokenField> &csvFormat)
@@ -479,12 +471,7 @@ void BvSettings::setCSVFormat(const QList<CSVTokenField> &csvFormat)
 
 QList<CSVTokenField> BvSettings::getXMLFormat() const
 {
-    QList<CSVTokenField> format = getDefaultXMLFormat();
-    if (m_defaults->objectForKey(Key::XmlProperties).isValid())
-        format += CSVTokenField::unarchive(m_defaults->stringForKey(Key::XmlProperties));
-    for (CSVTokenField &field : format)
-        field.tokenValue().setShowShortDescription(true);
-    return format;
+    return view().getXMLFormat();
 }
 
 void BvSettings::setXMLFormat(const QList<CSVTokenField> &xmlFormat)
@@ -501,38 +488,12 @@ void BvSettings::setXMLFormat(const QList<CSVTokenField> &xmlFormat)
 
 QList<CSVTokenField> BvSettings::getDefaultCSVFormat()
 {
-    const int mode = CSVTokenField::CSVMode;
-    return {
-        CSVTokenField::initWithActivityFieldMode(mode, ActivityTokenType::DateType, ActivityTokenValue::StartDateLocal),
-        CSVTokenField::initWithActivityFieldMode(mode, ActivityTokenType::DateType, ActivityTokenValue::StartTime),
-        CSVTokenField::initWithActivityFieldMode(
-            mode, ActivityTokenType::DurationType, ActivityTokenValue::DurationFormatted),
-        CSVTokenField::initWithActivityFieldMode(
-            mode, ActivityTokenType::ActivityType, ActivityTokenValue::ProjectName),
-        CSVTokenField::initWithActivityFieldMode(mode, ActivityTokenType::ActivityType, ActivityTokenValue::Text),
-        CSVTokenField::initWithActivityFieldMode(
-            mode, ActivityTokenType::ActivityType, ActivityTokenValue::InvoicedStatus),
-    };
+    return BvSettingsView::defaultCSVFormat();
 }
 
 QList<CSVTokenField> BvSettings::getDefaultXMLFormat()
 {
-    const std::tuple<int, int, QString> fixed[] = {
-        { ActivityTokenType::ActivityType, ActivityTokenValue::Uid, QStringLiteral("uid") },
-        { ActivityTokenType::ActivityType, ActivityTokenValue::InvoicedStatus, QStringLiteral("invoiced") },
-        { ActivityTokenType::DateType, ActivityTokenValue::StartDateTime, QStringLiteral("from") },
-        { ActivityTokenType::DateType, ActivityTokenValue::EndDateTime, QStringLiteral("to") },
-    };
-    QList<CSVTokenField> format;
-    format.reserve(std::size(fixed));
-    for (const auto &[type, value, name] : fixed) {
-        CSVTokenField field = CSVTokenField::initWithActivityFieldMode(CSVTokenField::XMLMode, type, value);
-        // Disabled first: the names of the fixed attributes are refused for the user's own.
-        field.setEnabled(false);
-        field.setXmlPropertyName(name);
-        format.append(field);
-    }
-    return format;
+    return BvSettingsView::defaultXMLFormat();
 }
 
 int BvSettings::defaultActivityExportFormat() const
@@ -684,7 +645,7 @@ void BvSettings::setLastActivityText(const QString &lastActivityText)
 
 int BvSettings::syncMethod() const
 {
-    return inRangeOr(m_defaults->integerForKey(Key::SyncMethod), 0, 2, 0);
+    return view().syncMethod();
 }
 
 void BvSettings::setSyncMethod(int syncMethod)
@@ -698,7 +659,7 @@ void BvSettings::setSyncMethod(int syncMethod)
 
 QString BvSettings::syncFolderPath() const
 {
-    return m_defaults->stringForKey(Key::SyncFolderPath);
+    return view().syncFolderPath();
 }
 
 void BvSettings::setSyncFolderPath(const QString &syncFolderPath)

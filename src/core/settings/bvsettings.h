@@ -12,6 +12,7 @@
 
 #include "export/csvtokenfield.h"
 #include "settings/bvhotkey.h"
+#include "settings/bvsettingsview.h"
 #include "settings/enumdescription.h"
 #include "settings/rfc3339dateformatter.h"
 
@@ -48,6 +49,9 @@ public:
     // The process-wide settings over UserDefaults::standardUserDefaults(), made on the first call after
     // the bundled defaults are registered on that store. Lives until the process ends. Main thread.
     static BvSettings *defaultSettings();
+
+    // The export layouts and sync choice over the same store, for code that must not write settings.
+    BvSettingsView view() const { return BvSettingsView(*m_defaults); }
 
     // Whether system notifications can be posted, asked whenever "Enabled" (2) is chosen or offered,
     // including during construction. Without a check, notifications count as unavailable. Process-wide;

@@ -1,11 +1,11 @@
 #include "sync/bvsyncbackendfactory.h"
 
-#include "settings/bvsettings.h"
+#include "settings/bvsettingsview.h"
 #include "sync/bvfoldersyncbackend.h"
 #include "sync/bvsyncerrors.h"
 
 std::expected<std::unique_ptr<BVSyncServiceBackend>, BvError> BVSyncBackendFactory::backendForSettings(
-    const BvSettings &settings)
+    const BvSettingsView &settings)
 {
     switch (settings.syncMethod()) {
     case BVFolderSyncBackend::SyncMethod:

@@ -6,13 +6,15 @@
 #include "base/bverror.h"
 
 class BVSyncServiceBackend;
-class BvSettings;
+class BvSettingsView;
 
-// Makes the backend of the sync method the user chose. Main thread (it reads the settings).
+// Makes the backend of the sync method the user chose. Reads the settings only, so the command line can
+// use it too. Main thread (it reads the settings).
 class BVSyncBackendFactory
 {
 public:
     // Fails with the text to show when the chosen method cannot run: sync turned off, Dropbox not
     // connected on this machine.
-    static std::expected<std::unique_ptr<BVSyncServiceBackend>, BvError> backendForSettings(const BvSettings &settings);
+    static std::expected<std::unique_ptr<BVSyncServiceBackend>, BvError> backendForSettings(
+        const BvSettingsView &settings);
 };

@@ -60,8 +60,8 @@ public:
     // The store the run works on, through a context of its own made on the run's thread. Not owned; it
     // must outlive the service. Set before sync().
     void setMOC(Store &store);
-    // Where a successful run of method 1 records "dropboxSyncDate" (the store's clock); none to skip it.
-    // Not owned; used on the service's thread only.
+    // Where a successful run of method 1 records "dropboxSyncDate" (the store's clock); none to skip it,
+    // as the command line does: it writes no setting. Not owned; used on the service's thread only.
     void setSettings(BvSettings *settings) { m_settings = settings; }
 
     int syncMethod() const;
