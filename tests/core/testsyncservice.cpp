@@ -13,6 +13,7 @@
 #include "model/storecontext.h"
 #include "support/isolatedhome.h"
 #include "sync/bvsyncservice.h"
+#include "sync/bvsynctimezonefile.h"
 
 using namespace Qt::StringLiterals;
 
@@ -250,9 +251,12 @@ QStringList TestSyncService::journal(Machine &m)
     return lines;
 }
 
+// The sync files; the zone file is checked where it matters.
 QStringList TestSyncService::remoteFiles() const
 {
-    return QDir(m_remote).entryList(QDir::Files, QDir::Name);
+    QStringList files = QDir(m_remote).entryList(QDir::Files, QDir::Name);
+    files.removeOne(QString::fromLatin1(BVSyncTimeZoneFile::FileName));
+    return files;
 }
 
 QString TestSyncService::remoteText(const QString &name) const
@@ -282,6 +286,8 @@ void TestSyncService::fullRunIntoEmptyRemoteExportsEveryMonthButTheRunningActivi
     QVERIFY(result.log.endsWith(u"Sync completed!"_s));
     QVERIFY(result.savepointSaved);
     QCOMPARE(remoteFiles(), (QStringList { u"2024-01.json"_s, u"2024-02.json"_s }));
+    // The first machine records its zone for the journal.
+    QCOMPARE(remoteText(u"timezone.json"_s), u"{\"timeZone\":\"Europe/Berlin\"}"_s);
     QVERIFY(remoteText(u"2024-01.json"_s).contains(jan));
     QVERIFY(remoteText(u"2024-02.json"_s).contains(feb));
     for (const QString &name : remoteFiles())

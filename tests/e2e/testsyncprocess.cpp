@@ -663,7 +663,8 @@ void TestSyncProcess::secondRunOnTheSameStoreIsRefused()
     running.unlock();
     const Result synced = sync(a);
     QVERIFY2(synced.status == 0, qPrintable(synced.err));
-    QCOMPARE(snapshot(m_shared).size(), 2);
+    // Two month files and the journal's time zone.
+    QCOMPARE(snapshot(m_shared).size(), 3);
     QVERIFY(!QFile::exists(a.storePath() + u".sync-lock"_s));
 }
 
@@ -726,7 +727,7 @@ void TestSyncProcess::settingsChooseTheFolder()
     QCOMPARE(result.status, status);
     if (status == 0) {
         QVERIFY(result.out.endsWith(message + u'\n'));
-        QCOMPARE(QDir(m_shared).entryList({ u"*.json"_s }), QStringList { u"2023-01.json"_s });
+        QCOMPARE(QDir(m_shared).entryList({ u"*.json"_s }), (QStringList { u"2023-01.json"_s, u"timezone.json"_s }));
     } else {
         QVERIFY2(result.err.contains(message), qPrintable(result.err));
         QVERIFY(!result.out.contains(u"Sync operation completed!"_s));

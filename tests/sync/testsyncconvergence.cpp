@@ -168,8 +168,8 @@ bool TestSyncConvergence::sync(Machine &m)
         return false;
     }
     if (!errors.isEmpty()) {
-        qWarning("sync of %s failed: %s\n%s", qPrintable(m.name), qPrintable(errors.constFirst().constFirst().toString()),
-            qPrintable(service.activityLog()));
+        qWarning("sync of %s failed: %s\n%s", qPrintable(m.name),
+            qPrintable(errors.constFirst().constFirst().toString()), qPrintable(service.activityLog()));
         return false;
     }
     m_clock.advance(1000);
@@ -284,7 +284,8 @@ bool TestSyncConvergence::work(Machine &m)
         // Text, times (possibly into another month) or the invoiced mark.
         const int what = m_random.bounded(3);
         if (what == 0) {
-            activity->setText(texts.at(m_random.bounded(texts.size())) + u" v"_s + QString::number(m_clock.now().toSecsSinceEpoch()));
+            activity->setText(
+                texts.at(m_random.bounded(texts.size())) + u" v"_s + QString::number(m_clock.now().toSecsSinceEpoch()));
         } else if (what == 1) {
             const qint64 length = activity->timeFrom().secsTo(activity->timeTo());
             activity->setTimeFrom(randomStart(m_random));
@@ -366,6 +367,7 @@ void TestSyncConvergence::randomWorkAndSyncsConverge()
         months.append(from.toString(u"yyyy-MM"_s) + u".json"_s);
     }
     months.append(u"deleted.json"_s);
+    months.append(u"timezone.json"_s);
     months.removeDuplicates();
     months.sort();
     QCOMPARE(QDir(m_folder).entryList(QDir::Files, QDir::Name), months);
