@@ -392,6 +392,9 @@ void TestSyncService::laterModificationWins_data()
     QTest::newRow("a later second wins over more milliseconds")
         << local(2024, 3, 2, 10, 0, 5, 999) << local(2024, 3, 2, 10, 0, 6, 0) << u"b"_s;
     QTest::newRow("a day later") << local(2024, 3, 3, 10, 0) << local(2024, 3, 2, 10, 0) << u"a"_s;
+    // Edits within one second: both machines keep the greater encoding ("Edited on b"), whoever syncs first.
+    QTest::newRow("same second, second to sync greater")
+        << local(2024, 3, 2, 10, 0, 6, 900) << local(2024, 3, 2, 10, 0, 6, 100) << u"b"_s;
 }
 
 void TestSyncService::laterModificationWins()
