@@ -225,6 +225,8 @@ private Q_SLOTS:
 
     void initializeChecksTheFolder_data();
     void initializeChecksTheFolder();
+    void agreeTimeZoneKeepsTheFirstRecorded_data();
+    void agreeTimeZoneKeepsTheFirstRecorded();
     void fetchListsTheSyncFilesOnly();
     void fetchRemovesOnlyAbandonedUploadsOfThisMachine();
     void fetchMergesConflictCopies();
@@ -604,6 +606,51 @@ void TestFolderSyncBackend::initializeChecksTheFolder()
     QVERIFY2(m_errors.first().startsWith(error), qPrintable(m_errors.first()));
     if (folder != u"<none>"_s)
         QVERIFY2(m_errors.first().contains(remote(folder)), qPrintable(m_errors.first()));
+    // A share that is not mounted stays absent: nothing is made in its place.
+    QVERIFY(folder != u"missing"_s || !QFileInfo::exists(remote(folder)));
+}
+
+void TestFolderSyncBackend::agreeTimeZoneKeepsTheFirstRecorded_data()
+{
+    QTest::addColumn<QByteArray>("present"); // the zone file already in the folder; empty: none
+    QTest::addColumn<QByteArray>("agreed"); // empty: refused
+    QTest::addColumn<QString>("error");
+
+    QTest::newRow("first machine records its zone") << QByteArray() << QByteArray("America/Santiago") << QString();
+    QTest::newRow("a recorded zone wins")
+        << QByteArray(R"({"timeZone":"Asia/Kolkata"})") << QByteArray("Asia/Kolkata") << QString();
+    QTest::newRow("unknown zone")
+        << QByteArray(R"({"timeZone":"Mars/Olympus_Mons"})") << QByteArray()
+        << u"The sync folder's timezone.json cannot be used: the time zone \"Mars/Olympus_Mons\" is not known on this machine. Please fix or remove it"_s;
+    QTest::newRow("not JSON") << QByteArray("Europe/Berlin") << QByteArray()
+                              << u"The sync folder's timezone.json cannot be used: it is not valid JSON"_s;
+    QTest::newRow("no zone in it") << QByteArray(R"({"zone":"Europe/Berlin"})") << QByteArray()
+                                   << u"The sync folder's timezone.json cannot be used: it does not name a time zone"_s;
+}
+
+void TestFolderSyncBackend::agreeTimeZoneKeepsTheFirstRecorded()
+{
+    QFETCH(QByteArray, present);
+    QFETCH(QByteArray, agreed);
+    QFETCH(QString, error);
+    const QString path = remote(u"timezone.json"_s);
+    if (!present.isEmpty())
+        QVERIFY(writeFile(path, present));
+
+    auto backend = makeBackend(m_folder->path());
+    QByteArray handed;
+    backend->agreeTimeZone("America/Santiago", [&](const QByteArray &zoneId) { handed = zoneId; });
+    QCOMPARE(handed, agreed);
+    if (error.isEmpty()) {
+        QVERIFY(m_errors.isEmpty());
+        QCOMPARE(backend->timeZone().id(), agreed);
+    } else {
+        QCOMPARE(m_errors.size(), 1);
+        QVERIFY2(m_errors.first().startsWith(error), qPrintable(m_errors.first()));
+    }
+    // Only a folder without one gets the file; a recorded one, good or bad, is never replaced.
+    QCOMPARE(readFile(path), present.isEmpty() ? QByteArray(R"({"timeZone":"America/Santiago"})") : present);
+    QCOMPARE(folderEntries(), QStringList { u"timezone.json"_s });
 }
 
 void TestFolderSyncBackend::fetchListsTheSyncFilesOnly()

@@ -109,6 +109,7 @@ private Q_SLOTS:
     void backendFailureStopsTheRunAndTheNextCompletes_data();
     void backendFailureStopsTheRunAndTheNextCompletes();
     void unreadableRemoteMonthFailsEveryRun();
+    void monthThirteenIsMergedAndFiledUnderItsRealMonth();
     void twoMachinesConverge_data();
     void twoMachinesConverge();
 
@@ -616,6 +617,24 @@ void TestSyncService::twoMachinesConverge()
     QCOMPARE(onB.size(), 3);
     QVERIFY(onB.filter(u"Late January, edited"_s).size() == 1);
     QVERIFY(onB.filter(aOnly).isEmpty());
+}
+
+void TestSyncService::monthThirteenIsMergedAndFiledUnderItsRealMonth()
+{
+    // A month number past December names the months that follow: 2024-13 is January 2025.
+    QFile thirteen(m_remote + u"/2024-13.json"_s);
+    QVERIFY(thirteen.open(QIODevice::WriteOnly));
+    thirteen.write(R"([{"uid":"M13","time_from":"2025-01-07T09:00:00","time_to":"2025-01-07T10:00:00",)"
+                   R"("created_at":"2025-01-07T09:00:00","modified_at":"2025-01-07T10:00:00","is_invoiced":0,)"
+                   R"("text":"@Acme new year"}])");
+    thirteen.close();
+    Machine &a = machine(u"a"_s);
+    RunResult result;
+    run(a, result);
+    QCOMPARE(result.status, int(BVSyncService::Succeeded));
+    QCOMPARE(journal(a).size(), 1);
+    QVERIFY(journal(a).constFirst().startsWith(u"M13|2025-01-07T08:00:00Z|"_s));
+    QVERIFY(remoteText(u"2025-01.json"_s).contains(u"M13"_s));
 }
 
 QTEST_GUILESS_MAIN(TestSyncService)
