@@ -763,6 +763,9 @@ void TestFolderSyncBackend::fetchLeavesACopyThatDoesNotMerge_data()
     const QByteArray good = monthJson({ { u"a"_s, u"2024-03-05T10:00:00"_s, u"a"_s } });
     const QByteArray newer = monthJson({ { u"a"_s, u"2024-03-05T11:00:00"_s, u"a2"_s } });
     QTest::newRow("copy is not JSON") << good << QByteArray("[{\"uid\":") << QString();
+    // Merged, its records would stop every machine at "Invalid data for activity(1)!".
+    QTest::newRow("copy with uid and text only")
+        << good << QByteArray(R"([{"uid":"a","text":"a2"},{"uid":"b","text":"b"}])") << QString();
     QTest::newRow("copy with no original is not JSON") << QByteArray() << QByteArray("<html>") << QString();
     QTest::newRow("original is not JSON") << QByteArray("[{\"uid\":") << newer << QString();
     QTest::newRow("copy cannot be read") << good << newer << u"copy"_s;
