@@ -547,6 +547,13 @@ std::expected<BVMonthFile::Summary, BvError> BVMonthFile::summaryForMonth(
     return Summary { items.size(), ActivityHashItem::hashForItems(items, month.timeZone()) };
 }
 
+std::expected<qint64, BvError> BVMonthFile::countForMonth(StoreContext &context, const BVMonthDateRange &month)
+{
+    if (!month.dateFrom().isValid() || !month.dateTo().isValid())
+        return 0;
+    return context.countActivities(monthQuery(month));
+}
+
 QList<ActivityHashItem> BVMonthFile::hashItems(const QList<ActivityPtr> &activities)
 {
     QList<ActivityHashItem> items;

@@ -42,6 +42,10 @@ public:
     static std::expected<Summary, BvError> summaryForMonth(
         StoreContext &context, const BVMonthDateRange &month, const QString &excludedUid);
 
+    // How many activities start in the month, as activitiesForMonth files them (the activity being
+    // tracked included). Fails with the store's own error; the caller numbers it.
+    static std::expected<qint64, BvError> countForMonth(StoreContext &context, const BVMonthDateRange &month);
+
     // The (uid, modifiedAt) items of the activities, and their content hash (ActivityHashItem).
     static QList<ActivityHashItem> hashItems(const QList<ActivityPtr> &activities);
     static QString hashForActivities(const QList<ActivityPtr> &activities, const QTimeZone &zone);

@@ -9,9 +9,9 @@
 #include <QStandardPaths>
 
 #include "base/logging.h"
-#include "model/activityquery.h"
 #include "model/storecontext.h"
 #include "sync/bvmonthdaterange.h"
+#include "sync/bvmonthfile.h"
 #include "sync/bvsyncerrors.h"
 #include "sync/bvsyncfilename.h"
 #include "sync/bvsyncservicebackend.h"
@@ -142,19 +142,12 @@ void BVSyncCache::cleanupFiles(StoreContext &context, const QTimeZone &zone, Don
         // month would delete, on every run, the file of a month whose one activity runs past its end,
         // and that activity would never reach another machine. Counted in the store: every change of the
         // run is saved by now.
-        qint64 count = 0;
-        if (month.dateFrom().isValid() && month.dateTo().isValid()) {
-            ActivityQuery query;
-            query.startsFrom = month.dateFrom();
-            query.startsUntil = month.dateTo().addMSecs(999);
-            std::expected<qint64, BvError> counted = context.countActivities(query);
-            if (!counted) {
-                finishCleanup(std::unexpected(BVSyncErrors::localStorage(QStringLiteral("28"), counted.error())));
-                return;
-            }
-            count = *counted;
+        const std::expected<qint64, BvError> count = BVMonthFile::countForMonth(context, month);
+        if (!count) {
+            finishCleanup(std::unexpected(BVSyncErrors::localStorage(QStringLiteral("28"), count.error())));
+            return;
         }
-        if (count == 0) {
+        if (*count == 0) {
             std::optional<BVTmpSyncFile> file = BVTmpSyncFile::fromSyncFile(row, m_backend.syncMethod());
             m_cleanupList.append(file ? *file : BVTmpSyncFile(row->year(), row->month()));
         }

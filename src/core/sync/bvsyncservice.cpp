@@ -535,14 +535,28 @@ void BVSyncService::uploadActivities()
     }
     // The stored month is the local one of the zone the machine was in when the activity was saved; the
     // files are filed in the sync zone. No two zones are a month apart, so an activity lies in its stored
-    // month's file or a neighbour's. A neighbour without activities and without a file costs one query.
+    // month's file or a neighbour's: a neighbour is exported too when activities start in it.
+    QSet<int> stored;
     for (int yearMonth : std::as_const(*months)) {
         if (yearMonth <= 0)
             continue;
+        stored.insert(yearMonth);
+        m_monthsToExport.addYear(uint(yearMonth / 100), uint(yearMonth % 100));
+    }
+    for (const int yearMonth : std::as_const(stored)) {
         const QDate first(yearMonth / 100, yearMonth % 100, 1);
-        for (const QDate &month : { first.addMonths(-1), first, first.addMonths(1) }) {
-            if (month.isValid() && month.year() > 0)
-                m_monthsToExport.addYear(uint(month.year()), uint(month.month()));
+        for (const QDate &neighbour : { first.addMonths(-1), first.addMonths(1) }) {
+            if (!neighbour.isValid() || neighbour.year() < 1
+                || stored.contains(neighbour.year() * 100 + neighbour.month()))
+                continue;
+            const BVMonthDateRange month(uint(neighbour.year()), uint(neighbour.month()), m_timeZone);
+            const std::expected<qint64, BvError> count = BVMonthFile::countForMonth(*m_context, month);
+            if (!count) {
+                delegateNotifyError(BVSyncErrors::localStorage(QStringLiteral("18"), count.error()).description());
+                return;
+            }
+            if (*count > 0)
+                m_monthsToExport.addYear(month.year(), month.month());
         }
     }
     if (!m_monthsToExport.hasItems()) {
