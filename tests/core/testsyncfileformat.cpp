@@ -67,8 +67,8 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void dateTextIsLocalWallTime_data();
-    void dateTextIsLocalWallTime();
+    void dateTextIsTheSyncZonesWallTime_data();
+    void dateTextIsTheSyncZonesWallTime();
     void dateTextParsesOnlyTheWholePattern_data();
     void dateTextParsesOnlyTheWholePattern();
     void fileIsReadInTheSyncZoneNotTheMachines();
@@ -166,7 +166,7 @@ QString TestSyncFileFormat::writeFile(const QString &name, const QByteArray &byt
     return path;
 }
 
-void TestSyncFileFormat::dateTextIsLocalWallTime_data()
+void TestSyncFileFormat::dateTextIsTheSyncZonesWallTime_data()
 {
     QTest::addColumn<QDateTime>("instant");
     QTest::addColumn<QString>("text");
@@ -181,7 +181,7 @@ void TestSyncFileFormat::dateTextIsLocalWallTime_data()
     QTest::newRow("five-digit year") << utc(12024, 6, 1, 12, 0, 0) << u"12024-06-01T08:00:00"_s;
 }
 
-void TestSyncFileFormat::dateTextIsLocalWallTime()
+void TestSyncFileFormat::dateTextIsTheSyncZonesWallTime()
 {
     QFETCH(QDateTime, instant);
     QFETCH(QString, text);
@@ -298,7 +298,7 @@ void TestSyncFileFormat::ambiguousAndZeroLengthElements_data()
                                                            << utc(2024, 3, 12, 9, 0, 0) << utc(2024, 3, 12, 9, 0, 1);
     QTest::newRow("end a second before start")
         << u"2024-03-12T10:00:01"_s << u"2024-03-12T10:00:00"_s << QDateTime() << QDateTime();
-    // 03:10 CET is 02:10Z: no reading of "02:30" lies before it but one second after 00:30Z.
+    // 03:10 CET is 02:10Z, after the later reading of "02:30" already: that reading stands.
     QTest::newRow("repeated start, end after both readings")
         << u"2024-10-27T02:30:00"_s << u"2024-10-27T03:10:00"_s << utc(2024, 10, 27, 1, 30, 0)
         << utc(2024, 10, 27, 2, 10, 0);
