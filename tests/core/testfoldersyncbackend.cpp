@@ -619,6 +619,12 @@ void TestFolderSyncBackend::agreeTimeZoneKeepsTheFirstRecorded_data()
     QTest::newRow("first machine records its zone") << QByteArray() << QByteArray("America/Santiago") << QString();
     QTest::newRow("a recorded zone wins")
         << QByteArray(R"({"timeZone":"Asia/Kolkata"})") << QByteArray("Asia/Kolkata") << QString();
+    QTest::newRow("a link name of the zone database")
+        << QByteArray(R"({"timeZone":"US/Pacific"})") << QByteArray("US/Pacific") << QString();
+    // QTimeZone would take it for a POSIX rule of UTC.
+    QTest::newRow("a name that is no zone")
+        << QByteArray(R"({"timeZone":"Berlin"})") << QByteArray()
+        << u"The sync folder's timezone.json cannot be used: the time zone \"Berlin\""_s;
     QTest::newRow("unknown zone")
         << QByteArray(R"({"timeZone":"Mars/Olympus_Mons"})") << QByteArray()
         << u"The sync folder's timezone.json cannot be used: the time zone \"Mars/Olympus_Mons\" is not known on this machine. Please fix or remove it"_s;

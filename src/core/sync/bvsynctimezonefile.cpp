@@ -1,5 +1,6 @@
 #include "sync/bvsynctimezonefile.h"
 
+#include <QFileInfo>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QTimeZone>
@@ -7,6 +8,25 @@
 namespace {
 
 const QLatin1StringView kKey("timeZone");
+
+// An IANA id that the zone database here holds. Qt's own list has the canonical names only ("US/Pacific"
+// and "Etc/UTC" are links), and QTimeZone takes any unknown name for a POSIX rule of UTC, so the database
+// folder decides for the names Qt does not list.
+bool isKnownZoneId(const QByteArray &id)
+{
+    if (id.isEmpty() || id.contains("..") || id.startsWith('/'))
+        return false;
+    if (QTimeZone::isTimeZoneIdAvailable(id))
+        return true;
+    const QString name = QString::fromUtf8(id);
+    const QString tzdir = qEnvironmentVariable("TZDIR");
+    for (const QString &folder :
+        { tzdir, QStringLiteral("/usr/share/zoneinfo"), QStringLiteral("/usr/lib/zoneinfo") }) {
+        if (!folder.isEmpty() && QFileInfo(folder + QLatin1Char('/') + name).isFile())
+            return QTimeZone(id).isValid();
+    }
+    return false;
+}
 
 } // namespace
 
@@ -27,7 +47,7 @@ std::expected<QByteArray, QString> BVSyncTimeZoneFile::read(const QByteArray &co
     if (!document.isObject() || !value.isString())
         return std::unexpected(QStringLiteral("it does not name a time zone"));
     const QByteArray id = value.toString().toUtf8();
-    if (!QTimeZone::isTimeZoneIdAvailable(id) || !QTimeZone(id).isValid())
+    if (!isKnownZoneId(id))
         return std::unexpected(
             QStringLiteral("the time zone \"%1\" is not known on this machine").arg(value.toString()));
     return id;
@@ -36,7 +56,7 @@ std::expected<QByteArray, QString> BVSyncTimeZoneFile::read(const QByteArray &co
 QByteArray BVSyncTimeZoneFile::proposedZoneId()
 {
     const QByteArray id = QTimeZone::systemTimeZoneId();
-    if (!id.isEmpty() && QTimeZone::isTimeZoneIdAvailable(id) && QTimeZone(id).isValid())
+    if (isKnownZoneId(id))
         return id;
     return QByteArrayLiteral("UTC");
 }

@@ -23,7 +23,7 @@ public:
     static std::expected<QByteArray, QString> read(const QByteArray &content);
 
     // What this machine records when the folder holds no zone yet: the system zone when it has an IANA id
-    // known here (TZ=Europe/Berlin, /etc/localtime), otherwise "UTC" — a POSIX rule string means nothing to
-    // another machine.
+    // that the zone database holds (TZ=Europe/Berlin, /etc/localtime, links such as "US/Pacific"),
+    // otherwise "UTC": a POSIX rule string ("CET-1CEST,M3.5.0...") is no name another machine can check.
     static QByteArray proposedZoneId();
 };
