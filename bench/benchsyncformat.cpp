@@ -3,6 +3,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QTimeZone>
 
 #include "model/store.h"
 #include "model/storecontext.h"
@@ -22,12 +23,15 @@ std::unique_ptr<Store> openStore(const QString &folder)
     return BenchmarkJournal::openStore(folder);
 }
 
+// The journal's sync zone: the zone the benchmark runs in.
+const QTimeZone kZone = QTimeZone::systemTimeZone();
+
 QList<BVMonthDateRange> allMonths()
 {
     QList<BVMonthDateRange> months;
     for (uint year = 2015; year <= 2024; ++year) {
         for (uint month = 1; month <= 12; ++month)
-            months.append(BVMonthDateRange(year, month));
+            months.append(BVMonthDateRange(year, month, kZone));
     }
     return months;
 }
@@ -55,7 +59,7 @@ Journal &journal()
             auto activities = BVMonthFile::activitiesForMonth(*context, month, QString());
             if (!activities
                 || !BVMonthFile::write(
-                    *activities, j->files + QLatin1Char('/') + month.name() + QStringLiteral(".json")))
+                    *activities, j->files + QLatin1Char('/') + month.name() + QStringLiteral(".json"), kZone))
                 qFatal("could not write the month files");
         }
         return j;
@@ -78,8 +82,9 @@ void BM_WriteAllMonths(benchmark::State &state)
                 state.SkipWithError("fetch failed");
                 return;
             }
-            benchmark::DoNotOptimize(BVMonthFile::hashForActivities(*activities));
-            if (!BVMonthFile::write(*activities, folder + QLatin1Char('/') + month.name() + QStringLiteral(".json"))) {
+            benchmark::DoNotOptimize(BVMonthFile::hashForActivities(*activities, kZone));
+            if (!BVMonthFile::write(
+                    *activities, folder + QLatin1Char('/') + month.name() + QStringLiteral(".json"), kZone)) {
                 state.SkipWithError("write failed");
                 return;
             }
@@ -102,7 +107,7 @@ void BM_MergeAllMonthsIntoEmptyStore(benchmark::State &state)
 
         for (const BVMonthDateRange &month : allMonths()) {
             BVTmpSyncFile file(month.year(), month.month(), 1, QStringLiteral("rev"));
-            auto merged = BVMonthFile::merge(*context, j.files + QLatin1Char('/') + file.fileName(), file);
+            auto merged = BVMonthFile::merge(*context, j.files + QLatin1Char('/') + file.fileName(), file, kZone);
             if (!merged) {
                 state.SkipWithError(qPrintable(merged.error().description()));
                 return;
@@ -124,9 +129,9 @@ void BM_HashMonth(benchmark::State &state)
 {
     Journal &j = journal();
     auto context = j.store->newContext();
-    auto activities = BVMonthFile::activitiesForMonth(*context, BVMonthDateRange(2020, 6), QString());
+    auto activities = BVMonthFile::activitiesForMonth(*context, BVMonthDateRange(2020, 6, kZone), QString());
     for (auto _ : state)
-        benchmark::DoNotOptimize(BVMonthFile::hashForActivities(*activities));
+        benchmark::DoNotOptimize(BVMonthFile::hashForActivities(*activities, kZone));
     state.counters["activities"] = double(activities->size());
 }
 BENCHMARK(BM_HashMonth)->Unit(benchmark::kMicrosecond);
@@ -136,8 +141,8 @@ void BM_FetchAndHashMonth(benchmark::State &state)
     Journal &j = journal();
     for (auto _ : state) {
         auto context = j.store->newContext();
-        auto activities = BVMonthFile::activitiesForMonth(*context, BVMonthDateRange(2020, 6), QString());
-        benchmark::DoNotOptimize(BVMonthFile::hashForActivities(*activities));
+        auto activities = BVMonthFile::activitiesForMonth(*context, BVMonthDateRange(2020, 6, kZone), QString());
+        benchmark::DoNotOptimize(BVMonthFile::hashForActivities(*activities, kZone));
     }
 }
 BENCHMARK(BM_FetchAndHashMonth)->Unit(benchmark::kMillisecond);

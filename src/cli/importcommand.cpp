@@ -26,6 +26,8 @@ int ImportCommand::run(const QStringList &arguments, CliEnvironment &environment
     const auto activities = import.listedActivities();
     if (!activities)
         return fail(environment, activities.error().message());
+    if (const QString skipped = import.skipped().text(); !skipped.isEmpty())
+        environment.err << skipped << Qt::endl;
 
     if (parser.isSet(dryRun)) {
         for (const ActivityPtr &activity : *activities) {

@@ -32,6 +32,8 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+const QTimeZone kZone("Europe/Berlin");
+
 // A record of a month file: uid, modified_at and text; the other fields do not take part in merging.
 struct Rec
 {
@@ -223,6 +225,8 @@ private Q_SLOTS:
 
     void initializeChecksTheFolder_data();
     void initializeChecksTheFolder();
+    void agreeTimeZoneKeepsTheFirstRecorded_data();
+    void agreeTimeZoneKeepsTheFirstRecorded();
     void fetchListsTheSyncFilesOnly();
     void fetchRemovesOnlyAbandonedUploadsOfThisMachine();
     void fetchMergesConflictCopies();
@@ -362,9 +366,13 @@ void TestFolderSyncBackend::mergeMonthRecords_data()
     QTest::newRow("later second in the copy wins")
         << monthJson({ { u"a"_s, ten, u"ours"_s } }) << monthJson({ { u"a"_s, u"2024-03-05T10:00:01"_s, u"theirs"_s } })
         << QStringList { u"a=theirs"_s };
-    QTest::newRow("same second keeps the original")
+    // Every machine merging the copy, whichever side the tool named the copy, must reach one version.
+    QTest::newRow("same second: the greater encoding wins")
         << monthJson({ { u"a"_s, ten, u"ours"_s } }) << monthJson({ { u"a"_s, ten, u"theirs"_s } })
-        << QStringList { u"a=ours"_s };
+        << QStringList { u"a=theirs"_s };
+    QTest::newRow("same second: the smaller encoding loses")
+        << monthJson({ { u"a"_s, ten, u"theirs"_s } }) << monthJson({ { u"a"_s, ten, u"ours"_s } })
+        << QStringList { u"a=theirs"_s };
     QTest::newRow("earlier copy loses") << monthJson({ { u"a"_s, ten, u"ours"_s } })
                                         << monthJson({ { u"a"_s, u"2024-03-05T09:59:59"_s, u"theirs"_s } })
                                         << QStringList { u"a=ours"_s };
@@ -375,19 +383,10 @@ void TestFolderSyncBackend::mergeMonthRecords_data()
     QTest::newRow("new uids follow in the copy's order")
         << monthJson({ { u"b"_s, ten, u"b"_s }, { u"a"_s, ten, u"a"_s } })
         << monthJson({ { u"d"_s, ten, u"d"_s }, { u"a"_s, ten, u"a2"_s }, { u"c"_s, ten, u"c"_s } })
-        << QStringList { u"b=b"_s, u"a=a"_s, u"d=d"_s, u"c=c"_s };
-    QTest::newRow("unreadable date in the copy never wins")
-        << monthJson({ { u"a"_s, ten, u"ours"_s } }) << monthJson({ { u"a"_s, u"2024-03-05 11:00:00"_s, u"theirs"_s } })
-        << QStringList { u"a=ours"_s };
-    QTest::newRow("impossible date in the copy never wins")
-        << monthJson({ { u"a"_s, ten, u"ours"_s } }) << monthJson({ { u"a"_s, u"2024-02-30T11:00:00"_s, u"theirs"_s } })
-        << QStringList { u"a=ours"_s };
+        << QStringList { u"b=b"_s, u"a=a2"_s, u"d=d"_s, u"c=c"_s };
     QTest::newRow("unreadable date in the original loses")
         << monthJson({ { u"a"_s, u"yesterday"_s, u"ours"_s } }) << monthJson({ { u"a"_s, ten, u"theirs"_s } })
         << QStringList { u"a=theirs"_s };
-    QTest::newRow("neither date reads: original kept")
-        << monthJson({ { u"a"_s, u""_s, u"ours"_s } }) << monthJson({ { u"a"_s, u"later"_s, u"theirs"_s } })
-        << QStringList { u"a=ours"_s };
     QTest::newRow("empty original is a file that is gone")
         << QByteArray() << monthJson({ { u"a"_s, ten, u"theirs"_s }, { u"b"_s, ten, u"b"_s } })
         << QStringList { u"a=theirs"_s, u"b=b"_s };
@@ -401,7 +400,8 @@ void TestFolderSyncBackend::mergeMonthRecords()
     QFETCH(QByteArray, copy);
     QFETCH(QStringList, expected);
 
-    const std::expected<QByteArray, QString> merged = BVSyncConflictCopy::merge(u"2024-03.json"_s, original, copy);
+    const std::expected<QByteArray, QString> merged
+        = BVSyncConflictCopy::merge(u"2024-03.json"_s, original, copy, kZone);
     QVERIFY2(merged, qPrintable(merged ? QString() : merged.error()));
     QCOMPARE(monthSummary(*merged), expected);
 }
@@ -433,7 +433,8 @@ void TestFolderSyncBackend::mergeDeletionEntries()
     QFETCH(QByteArray, copy);
     QFETCH(QStringList, expected);
 
-    const std::expected<QByteArray, QString> merged = BVSyncConflictCopy::merge(u"deleted.json"_s, original, copy);
+    const std::expected<QByteArray, QString> merged
+        = BVSyncConflictCopy::merge(u"deleted.json"_s, original, copy, kZone);
     QVERIFY2(merged, qPrintable(merged ? QString() : merged.error()));
     QCOMPARE(deletionSummary(*merged), expected);
 }
@@ -449,6 +450,12 @@ void TestFolderSyncBackend::mergeRefusesContentThatDoesNotRead_data()
     QTest::newRow("copy record without uid") << good << QByteArray("[{\"text\": \"b\"}]");
     QTest::newRow("copy uid is a number") << good << QByteArray("[{\"uid\": 7}]");
     QTest::newRow("copy element is no object") << good << QByteArray("[\"b\"]");
+    // Merged, such records would stop every machine at "Invalid data for activity(1)!".
+    QTest::newRow("copy records with uid and text only") << good << QByteArray("[{\"uid\":\"b\",\"text\":\"x\"}]");
+    QTest::newRow("unreadable date in the copy")
+        << good << monthJson({ { u"a"_s, u"2024-03-05 11:00:00"_s, u"theirs"_s } });
+    QTest::newRow("impossible date in the copy")
+        << good << monthJson({ { u"a"_s, u"2024-02-30T11:00:00"_s, u"theirs"_s } });
     QTest::newRow("original is not JSON") << QByteArray("not json") << good;
     QTest::newRow("original record without uid") << QByteArray("[{}]") << good;
 }
@@ -459,7 +466,7 @@ void TestFolderSyncBackend::mergeRefusesContentThatDoesNotRead()
     QFETCH(QByteArray, copy);
 
     for (const QString &file : { u"2024-03.json"_s, u"deleted.json"_s }) {
-        const std::expected<QByteArray, QString> merged = BVSyncConflictCopy::merge(file, original, copy);
+        const std::expected<QByteArray, QString> merged = BVSyncConflictCopy::merge(file, original, copy, kZone);
         QVERIFY2(!merged, qPrintable(file));
         QVERIFY(!merged.error().isEmpty());
     }
@@ -599,6 +606,57 @@ void TestFolderSyncBackend::initializeChecksTheFolder()
     QVERIFY2(m_errors.first().startsWith(error), qPrintable(m_errors.first()));
     if (folder != u"<none>"_s)
         QVERIFY2(m_errors.first().contains(remote(folder)), qPrintable(m_errors.first()));
+    // A share that is not mounted stays absent: nothing is made in its place.
+    QVERIFY(folder != u"missing"_s || !QFileInfo::exists(remote(folder)));
+}
+
+void TestFolderSyncBackend::agreeTimeZoneKeepsTheFirstRecorded_data()
+{
+    QTest::addColumn<QByteArray>("present"); // the zone file already in the folder; empty: none
+    QTest::addColumn<QByteArray>("agreed"); // empty: refused
+    QTest::addColumn<QString>("error");
+
+    QTest::newRow("first machine records its zone") << QByteArray() << QByteArray("America/Santiago") << QString();
+    QTest::newRow("a recorded zone wins")
+        << QByteArray(R"({"timeZone":"Asia/Kolkata"})") << QByteArray("Asia/Kolkata") << QString();
+    QTest::newRow("a link name of the zone database")
+        << QByteArray(R"({"timeZone":"US/Pacific"})") << QByteArray("US/Pacific") << QString();
+    // QTimeZone would take it for a POSIX rule of UTC.
+    QTest::newRow("a name that is no zone")
+        << QByteArray(R"({"timeZone":"Berlin"})") << QByteArray()
+        << u"The sync folder's timezone.json cannot be used: the time zone \"Berlin\""_s;
+    QTest::newRow("unknown zone")
+        << QByteArray(R"({"timeZone":"Mars/Olympus_Mons"})") << QByteArray()
+        << u"The sync folder's timezone.json cannot be used: the time zone \"Mars/Olympus_Mons\" is not known on this machine. Please fix or remove it"_s;
+    QTest::newRow("not JSON") << QByteArray("Europe/Berlin") << QByteArray()
+                              << u"The sync folder's timezone.json cannot be used: it is not valid JSON"_s;
+    QTest::newRow("no zone in it") << QByteArray(R"({"zone":"Europe/Berlin"})") << QByteArray()
+                                   << u"The sync folder's timezone.json cannot be used: it does not name a time zone"_s;
+}
+
+void TestFolderSyncBackend::agreeTimeZoneKeepsTheFirstRecorded()
+{
+    QFETCH(QByteArray, present);
+    QFETCH(QByteArray, agreed);
+    QFETCH(QString, error);
+    const QString path = remote(u"timezone.json"_s);
+    if (!present.isEmpty())
+        QVERIFY(writeFile(path, present));
+
+    auto backend = makeBackend(m_folder->path());
+    QByteArray handed;
+    backend->agreeTimeZone("America/Santiago", [&](const QByteArray &zoneId) { handed = zoneId; });
+    QCOMPARE(handed, agreed);
+    if (error.isEmpty()) {
+        QVERIFY(m_errors.isEmpty());
+        QCOMPARE(backend->timeZone().id(), agreed);
+    } else {
+        QCOMPARE(m_errors.size(), 1);
+        QVERIFY2(m_errors.first().startsWith(error), qPrintable(m_errors.first()));
+    }
+    // Only a folder without one gets the file; a recorded one, good or bad, is never replaced.
+    QCOMPARE(readFile(path), present.isEmpty() ? QByteArray(R"({"timeZone":"America/Santiago"})") : present);
+    QCOMPARE(folderEntries(), QStringList { u"timezone.json"_s });
 }
 
 void TestFolderSyncBackend::fetchListsTheSyncFilesOnly()
@@ -711,6 +769,9 @@ void TestFolderSyncBackend::fetchLeavesACopyThatDoesNotMerge_data()
     const QByteArray good = monthJson({ { u"a"_s, u"2024-03-05T10:00:00"_s, u"a"_s } });
     const QByteArray newer = monthJson({ { u"a"_s, u"2024-03-05T11:00:00"_s, u"a2"_s } });
     QTest::newRow("copy is not JSON") << good << QByteArray("[{\"uid\":") << QString();
+    // Merged, its records would stop every machine at "Invalid data for activity(1)!".
+    QTest::newRow("copy with uid and text only")
+        << good << QByteArray(R"([{"uid":"a","text":"a2"},{"uid":"b","text":"b"}])") << QString();
     QTest::newRow("copy with no original is not JSON") << QByteArray() << QByteArray("<html>") << QString();
     QTest::newRow("original is not JSON") << QByteArray("[{\"uid\":") << newer << QString();
     QTest::newRow("copy cannot be read") << good << newer << u"copy"_s;

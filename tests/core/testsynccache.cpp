@@ -1,6 +1,8 @@
 // Runs in Europe/Berlin (see CMakeLists.txt): March 31 2024 skips 02:00-03:00.
 #include <QtTest>
 
+#include <QTimeZone>
+
 #include <QStandardPaths>
 
 #include "fakes/fakeclock.h"
@@ -143,7 +145,7 @@ void TestSyncCache::monthRangeBounds()
     QFETCH(QDateTime, from);
     QFETCH(QDateTime, to);
     QFETCH(QString, name);
-    const BVMonthDateRange range(year, month);
+    const BVMonthDateRange range(year, month, QTimeZone("Europe/Berlin"));
     QCOMPARE(range.dateFrom(), from);
     QCOMPARE(range.dateTo(), to);
     QCOMPARE(range.name(), name);
@@ -152,7 +154,7 @@ void TestSyncCache::monthRangeBounds()
 
 void TestSyncCache::nextMonthSortsOnce()
 {
-    BVMonthYearRange months;
+    BVMonthYearRange months(QTimeZone("Europe/Berlin"));
     QVERIFY(!months.hasItems());
     months.addYear(2024, 5);
     months.addYear(2023, 12);
@@ -440,7 +442,8 @@ void TestSyncCache::cleanupDeletesMonthsWithoutActivities()
         activity->setTimeTo(to);
     };
     add(local(2024, 1, 10, 9, 0, 0), local(2024, 1, 10, 10, 0, 0));
-    // Starts on the month's last day and ends in the next: filed under March, yet March counts as empty.
+    // Starts on the month's last day and ends in the next: filed under March, and counted there as the
+    // export files it, so March's file stays.
     add(local(2024, 3, 31, 23, 30, 0), local(2024, 4, 1, 0, 30, 0));
     for (const QString &name : { u"2024-01"_s, u"2024-02"_s, u"2024-03"_s, u"deleted"_s }) {
         addRow(name, u"dropbox:r"_s);
@@ -452,15 +455,17 @@ void TestSyncCache::cleanupDeletesMonthsWithoutActivities()
     QStringList progress;
     cache.setProgress([&](const QString &line) { progress.append(line); });
     std::optional<std::expected<void, BvError>> result;
-    cache.cleanupFiles(*m_context, [&](const std::expected<void, BvError> &done) { result = done; });
+    cache.cleanupFiles(
+        *m_context, QTimeZone("Europe/Berlin"), [&](const std::expected<void, BvError> &done) { result = done; });
     QTRY_VERIFY(result.has_value());
     QVERIFY(*result);
     QCOMPARE(progress, QStringList { u"Cleaning up files ..."_s });
-    QCOMPARE(backend.calls(), (QStringList { u"delete 2024-02.json"_s, u"delete 2024-03.json"_s }));
-    QCOMPARE(rowNames(), (QStringList { u"2024-01"_s, u"deleted"_s }));
-    QCOMPARE(QDir(cache.cacheFolder()).entryList(QDir::Files), (QStringList { u"2024-01.json"_s, u"deleted.json"_s }));
-    QCOMPARE(
-        QDir(backend.remoteFolder()).entryList(QDir::Files), (QStringList { u"2024-01.json"_s, u"deleted.json"_s }));
+    QCOMPARE(backend.calls(), (QStringList { u"delete 2024-02.json"_s }));
+    const QStringList kept { u"2024-01"_s, u"2024-03"_s, u"deleted"_s };
+    QCOMPARE(rowNames(), kept);
+    const QStringList keptFiles { u"2024-01.json"_s, u"2024-03.json"_s, u"deleted.json"_s };
+    QCOMPARE(QDir(cache.cacheFolder()).entryList(QDir::Files), keptFiles);
+    QCOMPARE(QDir(backend.remoteFolder()).entryList(QDir::Files), keptFiles);
     if (otherThread)
         QVERIFY(backend.lastCallbackThread() != QThread::currentThread());
 }
@@ -480,7 +485,8 @@ void TestSyncCache::cleanupStopsWhenTheBackendFails()
 
     backend.failNext(FakeSyncBackend::Operation::Delete, u"Dropbox is down"_s);
     bool called = false;
-    cache.cleanupFiles(*m_context, [&](const std::expected<void, BvError> &) { called = true; });
+    cache.cleanupFiles(
+        *m_context, QTimeZone("Europe/Berlin"), [&](const std::expected<void, BvError> &) { called = true; });
     QTest::qWait(50);
     QVERIFY(!called);
     QCOMPARE(errors, QStringList { u"Dropbox is down"_s });

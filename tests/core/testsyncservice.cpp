@@ -13,6 +13,7 @@
 #include "model/storecontext.h"
 #include "support/isolatedhome.h"
 #include "sync/bvsyncservice.h"
+#include "sync/bvsynctimezonefile.h"
 
 using namespace Qt::StringLiterals;
 
@@ -108,6 +109,7 @@ private Q_SLOTS:
     void backendFailureStopsTheRunAndTheNextCompletes_data();
     void backendFailureStopsTheRunAndTheNextCompletes();
     void unreadableRemoteMonthFailsEveryRun();
+    void monthThirteenIsMergedAndFiledUnderItsRealMonth();
     void twoMachinesConverge_data();
     void twoMachinesConverge();
 
@@ -250,9 +252,12 @@ QStringList TestSyncService::journal(Machine &m)
     return lines;
 }
 
+// The sync files; the zone file is checked where it matters.
 QStringList TestSyncService::remoteFiles() const
 {
-    return QDir(m_remote).entryList(QDir::Files, QDir::Name);
+    QStringList files = QDir(m_remote).entryList(QDir::Files, QDir::Name);
+    files.removeOne(QString::fromLatin1(BVSyncTimeZoneFile::FileName));
+    return files;
 }
 
 QString TestSyncService::remoteText(const QString &name) const
@@ -282,6 +287,8 @@ void TestSyncService::fullRunIntoEmptyRemoteExportsEveryMonthButTheRunningActivi
     QVERIFY(result.log.endsWith(u"Sync completed!"_s));
     QVERIFY(result.savepointSaved);
     QCOMPARE(remoteFiles(), (QStringList { u"2024-01.json"_s, u"2024-02.json"_s }));
+    // The first machine records its zone for the journal.
+    QCOMPARE(remoteText(u"timezone.json"_s), u"{\"timeZone\":\"Europe/Berlin\"}"_s);
     QVERIFY(remoteText(u"2024-01.json"_s).contains(jan));
     QVERIFY(remoteText(u"2024-02.json"_s).contains(feb));
     for (const QString &name : remoteFiles())
@@ -386,6 +393,9 @@ void TestSyncService::laterModificationWins_data()
     QTest::newRow("a later second wins over more milliseconds")
         << local(2024, 3, 2, 10, 0, 5, 999) << local(2024, 3, 2, 10, 0, 6, 0) << u"b"_s;
     QTest::newRow("a day later") << local(2024, 3, 3, 10, 0) << local(2024, 3, 2, 10, 0) << u"a"_s;
+    // Edits within one second: both machines keep the greater encoding ("Edited on b"), whoever syncs first.
+    QTest::newRow("same second, second to sync greater")
+        << local(2024, 3, 2, 10, 0, 6, 900) << local(2024, 3, 2, 10, 0, 6, 100) << u"b"_s;
 }
 
 void TestSyncService::laterModificationWins()
@@ -607,6 +617,24 @@ void TestSyncService::twoMachinesConverge()
     QCOMPARE(onB.size(), 3);
     QVERIFY(onB.filter(u"Late January, edited"_s).size() == 1);
     QVERIFY(onB.filter(aOnly).isEmpty());
+}
+
+void TestSyncService::monthThirteenIsMergedAndFiledUnderItsRealMonth()
+{
+    // A month number past December names the months that follow: 2024-13 is January 2025.
+    QFile thirteen(m_remote + u"/2024-13.json"_s);
+    QVERIFY(thirteen.open(QIODevice::WriteOnly));
+    thirteen.write(R"([{"uid":"M13","time_from":"2025-01-07T09:00:00","time_to":"2025-01-07T10:00:00",)"
+                   R"("created_at":"2025-01-07T09:00:00","modified_at":"2025-01-07T10:00:00","is_invoiced":0,)"
+                   R"("text":"@Acme new year"}])");
+    thirteen.close();
+    Machine &a = machine(u"a"_s);
+    RunResult result;
+    run(a, result);
+    QCOMPARE(result.status, int(BVSyncService::Succeeded));
+    QCOMPARE(journal(a).size(), 1);
+    QVERIFY(journal(a).constFirst().startsWith(u"M13|2025-01-07T08:00:00Z|"_s));
+    QVERIFY(remoteText(u"2025-01.json"_s).contains(u"M13"_s));
 }
 
 QTEST_GUILESS_MAIN(TestSyncService)

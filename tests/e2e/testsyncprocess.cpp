@@ -20,7 +20,9 @@
 #include <QProcess>
 #include <QSettings>
 #include <QTemporaryDir>
+#include <QTimeZone>
 
+#include "model/activity.h"
 #include "model/store.h"
 #include "model/storecontext.h"
 
@@ -32,6 +34,8 @@ namespace {
 struct Machine
 {
     QString root;
+    // The machine's TZ; empty: the test's own (Europe/Berlin).
+    QString timeZone = {};
 
     QString dataHome() const { return root + u"/data"_s; }
     QString configHome() const { return root + u"/config"_s; }
@@ -47,6 +51,8 @@ struct Machine
         environment.insert(u"XDG_DATA_HOME"_s, dataHome());
         environment.insert(u"XDG_CONFIG_HOME"_s, configHome());
         environment.insert(u"XDG_CACHE_HOME"_s, cacheHome());
+        if (!timeZone.isEmpty())
+            environment.insert(u"TZ"_s, timeZone);
         return environment;
     }
 };
@@ -181,6 +187,7 @@ private Q_SLOTS:
     void settingsChooseTheFolder_data();
     void settingsChooseTheFolder();
     void filesOfOtherToolsAreHarmless();
+    void machinesInOtherZonesShiftNothing();
 
 private:
     Result brimvale(const Machine &machine, const QStringList &arguments) const;
@@ -197,6 +204,9 @@ private:
     // Writes activities straight into a machine's store, as the app would have recorded them; gives the
     // text of each by uid.
     static QMap<QString, QString> record(const Machine &machine, const QList<Entry> &entries);
+    // A machine's activities read from its store, "uid|start|end|modified|text" with UTC instants, sorted:
+    // what must be equal on machines in different zones.
+    static QStringList instants(const Machine &machine);
     // `perMonth` activities on the first days of each of `months` months from January 2023.
     static QList<Entry> months(int months, int perMonth, const QString &label);
 
@@ -382,6 +392,27 @@ QMap<QString, QString> TestSyncProcess::record(const Machine &machine, const QLi
     return texts;
 }
 
+QStringList TestSyncProcess::instants(const Machine &machine)
+{
+    StoreOptions options;
+    options.applicationFilesDirectory = machine.applicationFilesDirectory();
+    auto store = Store::open(options);
+    if (!store)
+        return { u"store does not open"_s };
+    const auto activities = (*store)->newContext()->fetchActivities();
+    if (!activities)
+        return { u"fetch failed"_s };
+    QStringList lines;
+    for (const ActivityPtr &activity : *activities) {
+        lines.append(QStringList { activity->uid(), activity->timeFrom().toUTC().toString(Qt::ISODate),
+            activity->timeTo().toUTC().toString(Qt::ISODate),
+            QString::number(activity->modifiedAt().toSecsSinceEpoch()), activity->text() }
+                         .join(u'|'));
+    }
+    lines.sort();
+    return lines;
+}
+
 QList<Entry> TestSyncProcess::months(int months, int perMonth, const QString &label)
 {
     QList<Entry> entries;
@@ -557,8 +588,9 @@ void TestSyncProcess::killedRunLosesNothing()
     const Machine &b = m_machines.at(1);
 
     int seen = 0;
+    // Lines already printed keep arriving after the kill; they do not count.
     const Result interrupted = syncWatching(b, [&](const QString &line, QProcess &process) {
-        if (line.startsWith(step) && ++seen == occurrence)
+        if (seen < occurrence && line.startsWith(step) && ++seen == occurrence)
             process.kill();
     });
     QCOMPARE(seen, occurrence);
@@ -663,7 +695,8 @@ void TestSyncProcess::secondRunOnTheSameStoreIsRefused()
     running.unlock();
     const Result synced = sync(a);
     QVERIFY2(synced.status == 0, qPrintable(synced.err));
-    QCOMPARE(snapshot(m_shared).size(), 2);
+    // Two month files and the journal's time zone.
+    QCOMPARE(snapshot(m_shared).size(), 3);
     QVERIFY(!QFile::exists(a.storePath() + u".sync-lock"_s));
 }
 
@@ -726,7 +759,7 @@ void TestSyncProcess::settingsChooseTheFolder()
     QCOMPARE(result.status, status);
     if (status == 0) {
         QVERIFY(result.out.endsWith(message + u'\n'));
-        QCOMPARE(QDir(m_shared).entryList({ u"*.json"_s }), QStringList { u"2023-01.json"_s });
+        QCOMPARE(QDir(m_shared).entryList({ u"*.json"_s }), (QStringList { u"2023-01.json"_s, u"timezone.json"_s }));
     } else {
         QVERIFY2(result.err.contains(message), qPrintable(result.err));
         QVERIFY(!result.out.contains(u"Sync operation completed!"_s));
@@ -802,6 +835,70 @@ void TestSyncProcess::filesOfOtherToolsAreHarmless()
     QCOMPARE(common.value(edited).value(u"text"_s).toString(), u"@Acme #call weekly, moved to Thursday"_s);
     QCOMPARE(QDateTime::fromString(common.value(edited).value(u"modified_at"_s).toString(), Qt::ISODate),
         QDateTime::fromString(modifiedAt, Qt::ISODate));
+}
+
+void TestSyncProcess::machinesInOtherZonesShiftNothing()
+{
+    // A laptop on a trip: a in Berlin syncs first and so names the journal's zone; b syncs from Santiago,
+    // five hours behind in March and six in October.
+    Machine a = m_machines.at(0);
+    Machine b = m_machines.at(1);
+    a.timeZone = u"Europe/Berlin"_s;
+    b.timeZone = u"America/Santiago"_s;
+    const QTimeZone berlin("Europe/Berlin");
+    const QMap<QString, QString> recorded = record(a,
+        { { u"@Acme #design mock-ups"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), berlin),
+              QDateTime(QDate(2024, 3, 12), QTime(10, 30), berlin) },
+            // Inside the hour Berlin repeats: written "02:30"-"02:30".
+            { u"@Acme #autumn inside the repeated hour"_s, QDateTime(QDate(2024, 10, 27), QTime(0, 30), Qt::UTC),
+                QDateTime(QDate(2024, 10, 27), QTime(1, 30), Qt::UTC) },
+            // Alone in January, ending in February.
+            { u"@Acme #late past the month's end"_s, QDateTime(QDate(2024, 1, 31), QTime(23, 30), berlin),
+                QDateTime(QDate(2024, 2, 1), QTime(0, 30), berlin) } });
+    QCOMPARE(recorded.size(), 3);
+    const QString design = recorded.key(u"@Acme #design mock-ups"_s);
+    for (const Machine &machine : { a, b }) {
+        const Result synced = sync(machine);
+        QVERIFY2(synced.status == 0, qPrintable(synced.err));
+    }
+    QCOMPARE(instants(b), instants(a));
+    QCOMPARE(instants(a).size(), 3);
+
+    // b edits one activity and adds one on 31 March at 21:00 in Santiago, which is April in Berlin.
+    waitForNextSecond();
+    QString failure;
+    QString added;
+    QVERIFY2(step(b, { u"edit"_s, design, u"--text"_s, u"@Acme #design reviewed in Santiago"_s }, &failure),
+        qPrintable(failure));
+    QVERIFY2(step(b,
+                 addCommand({ u"@Beta #from Santiago"_s, QDateTime(QDate(2024, 3, 31), QTime(21, 0)),
+                     QDateTime(QDate(2024, 3, 31), QTime(22, 0)) }),
+                 &failure, &added),
+        qPrintable(failure));
+    for (const Machine &machine : { b, a }) {
+        const Result synced = sync(machine);
+        QVERIFY2(synced.status == 0, qPrintable(synced.err));
+    }
+    const QStringList journal = instants(a);
+    QCOMPARE(instants(b), journal);
+    QCOMPARE(journal.size(), 4);
+    QVERIFY(journal.filter(design).constFirst().endsWith(u"@Acme #design reviewed in Santiago"_s));
+    QVERIFY(journal.filter(added).constFirst().contains(u"|2024-04-01T00:00:00Z|2024-04-01T01:00:00Z|"_s));
+
+    // The files are Berlin's: the month-end activity keeps January's file, b's activity is in April's.
+    QFile zoneFile(m_shared + u"/timezone.json"_s);
+    QVERIFY(zoneFile.open(QIODevice::ReadOnly));
+    QCOMPARE(zoneFile.readAll(), QByteArray(R"({"timeZone":"Europe/Berlin"})"));
+    QCOMPARE(QDir(m_shared).entryList({ u"20*.json"_s }),
+        (QStringList { u"2024-01.json"_s, u"2024-03.json"_s, u"2024-04.json"_s, u"2024-10.json"_s }));
+    // Nothing is newer on either side once both are up to date: further runs write nothing.
+    const QStringList settled = snapshot(m_shared);
+    for (const Machine &machine : { a, b, a }) {
+        const Result synced = sync(machine);
+        QVERIFY2(synced.status == 0, qPrintable(synced.err));
+    }
+    QCOMPARE(snapshot(m_shared), settled);
+    QCOMPARE(instants(b), journal);
 }
 
 QTEST_GUILESS_MAIN(TestSyncProcess)

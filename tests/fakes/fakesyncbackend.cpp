@@ -4,6 +4,8 @@
 #include <QFile>
 #include <QSaveFile>
 
+#include "sync/bvsynctimezonefile.h"
+
 FakeSyncBackend::FakeSyncBackend(const QString &remoteFolder, int syncMethod, const QString &cachePrefix)
     : m_remote(remoteFolder)
     , m_syncMethod(syncMethod)
@@ -76,6 +78,28 @@ void FakeSyncBackend::initializeBackend(Completion completion)
     if (failing(Operation::Initialize))
         return;
     complete(std::move(completion));
+}
+
+void FakeSyncBackend::agreeTimeZone(const QByteArray &proposedZoneId, TimeZoneHandler andHandler)
+{
+    m_calls.append(QStringLiteral("agreeTimeZone"));
+    QFile file(m_remote.filePath(QString::fromLatin1(BVSyncTimeZoneFile::FileName)));
+    if (!file.exists()) {
+        QSaveFile created(file.fileName());
+        if (!created.open(QIODevice::WriteOnly) || created.write(BVSyncTimeZoneFile::json(proposedZoneId)) < 0
+            || !created.commit())
+            qFatal("FakeSyncBackend: cannot write the zone file");
+    }
+    if (!file.open(QIODevice::ReadOnly))
+        qFatal("FakeSyncBackend: cannot read the zone file");
+    const std::expected<QByteArray, QString> zoneId = BVSyncTimeZoneFile::read(file.readAll());
+    if (!zoneId) {
+        m_errors.append(zoneId.error());
+        if (m_errorHandler)
+            m_errorHandler(zoneId.error());
+        return;
+    }
+    complete([andHandler, id = *zoneId]() { andHandler(id); });
 }
 
 void FakeSyncBackend::deleteSavepoint()

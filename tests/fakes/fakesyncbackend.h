@@ -29,6 +29,8 @@ public:
     void setProgressHandler(MessageHandler handler) override { m_progressHandler = std::move(handler); }
     void setActivityLogHandler(MessageHandler handler) override { m_logHandler = std::move(handler); }
     void initializeBackend(Completion completion) override;
+    // Keeps the zone file in the remote folder, as the folder backend does.
+    void agreeTimeZone(const QByteArray &proposedZoneId, TimeZoneHandler andHandler) override;
     void deleteSavepoint() override;
     void fetchChangesWithLocalCache(const QList<BVTmpSyncFile> &localCache, ChangesHandler andHandler) override;
     void downloadFileWithName(const QString &name, const std::optional<QString> &expectedRevision,

@@ -1,15 +1,21 @@
-// Runs in Europe/Berlin (see CMakeLists.txt). Three "machines" — each a store and a cache folder of its
-// own — work on their journals and sync through one shared folder in a random order, as a user's
-// computers do through a folder that a sync tool mirrors. Whatever the order, once everybody has synced
-// the journals must be identical and equal to what the merge rules promise: for every activity the
-// latest change wins, a deletion included, and the activity being tracked stays on its machine.
+// Three "machines" — each a store, a cache folder and a time zone of its own (Berlin, Santiago, Kolkata:
+// TZ is switched before each one works or syncs) — work on their journals and sync through one shared
+// folder in a random order, as a user's computers do through a folder that a sync tool mirrors. Whatever
+// the order and whichever machine named the journal's zone, once everybody has synced the journals must
+// be identical and equal to what the merge rules promise: for every activity the latest change wins, a
+// deletion included, and the activity being tracked stays on its machine. Activities run past midnight
+// and past the ends of months. The scripted cases with real processes are in tests/e2e.
 #include <QtTest>
 
 #include <QDir>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QLoggingCategory>
 #include <QRandomGenerator>
 #include <QSignalSpy>
+#include <QTimeZone>
 
+#include <ctime>
 #include <map>
 
 #include "fakes/fakeclock.h"
@@ -80,6 +86,7 @@ private:
 struct Machine
 {
     QString name;
+    QByteArray timeZone;
     QString cacheHome;
     std::unique_ptr<Store> store;
     // The activity being tracked here, if any.
@@ -101,6 +108,7 @@ private Q_SLOTS:
 
 private:
     Machine &machine(int index) { return *m_machines.at(size_t(index)); }
+    static void enterZone(const QByteArray &zone);
     bool sync(Machine &m);
     QStringList journal(Machine &m);
     Version versionOf(const ActivityPtr &activity) const;
@@ -130,9 +138,13 @@ void TestSyncConvergence::init()
     m_clock.set(QDateTime(QDate(2024, 5, 1), QTime(9, 0), Qt::UTC));
     m_model = Model();
     m_syncs = 0;
-    for (const QString &name : { u"anna"_s, u"ben"_s, u"carl"_s }) {
+    // None of the three repeats a wall time from January to March, so no file is ambiguous.
+    const QList<std::pair<QString, QByteArray>> machines { { u"anna"_s, "Europe/Berlin" },
+        { u"ben"_s, "America/Santiago" }, { u"carl"_s, "Asia/Kolkata" } };
+    for (const auto &[name, zone] : machines) {
         auto m = std::make_unique<Machine>();
         m->name = name;
+        m->timeZone = zone;
         m->cacheHome = m_home->root() + u"/"_s + name + u"/cache"_s;
         StoreOptions options;
         options.applicationFilesDirectory = m_home->root() + u"/"_s + name + u"/data"_s;
@@ -149,11 +161,19 @@ void TestSyncConvergence::cleanup()
 {
     m_machines.clear();
     m_home.reset();
+    enterZone("Europe/Berlin");
+}
+
+void TestSyncConvergence::enterZone(const QByteArray &zone)
+{
+    qputenv("TZ", zone);
+    ::tzset();
 }
 
 bool TestSyncConvergence::sync(Machine &m)
 {
     ++m_syncs;
+    enterZone(m.timeZone);
     // The cache folder (and the folder revisions beside it) are taken from the environment when the
     // service and backend are made: one per machine.
     qputenv("XDG_CACHE_HOME", m.cacheHome.toLocal8Bit());
@@ -168,8 +188,8 @@ bool TestSyncConvergence::sync(Machine &m)
         return false;
     }
     if (!errors.isEmpty()) {
-        qWarning("sync of %s failed: %s\n%s", qPrintable(m.name), qPrintable(errors.constFirst().constFirst().toString()),
-            qPrintable(service.activityLog()));
+        qWarning("sync of %s failed: %s\n%s", qPrintable(m.name),
+            qPrintable(errors.constFirst().constFirst().toString()), qPrintable(service.activityLog()));
         return false;
     }
     m_clock.advance(1000);
@@ -216,12 +236,16 @@ QList<ActivityPtr> TestSyncConvergence::editable(Machine &m, StoreContext &conte
     return found;
 }
 
-// A random day in January to April 2024, away from midnight: an activity that runs past the last second
-// of its month is left out of the month's cleanup count, which is a rule of its own with its own tests.
+// A random moment from January to March 2024; one in four in the last hours of a month (UTC), which is
+// another month in some of the machines' zones and runs past the month's end in others.
 static QDateTime randomStart(QRandomGenerator &random)
 {
-    const QDate day = QDate(2024, 1, 1).addDays(random.bounded(120));
-    return QDateTime(day, QTime(8 + random.bounded(10), random.bounded(60)), Qt::LocalTime).toUTC();
+    if (random.bounded(4) == 0) {
+        const QDate last = QDate(2024, 1 + random.bounded(3), 1).addMonths(1).addDays(-1);
+        return QDateTime(last, QTime(20 + random.bounded(4), random.bounded(60)), Qt::UTC);
+    }
+    const QDate day = QDate(2024, 1, 1).addDays(random.bounded(91));
+    return QDateTime(day, QTime(random.bounded(24), random.bounded(60)), Qt::UTC);
 }
 
 void TestSyncConvergence::startTracking(Machine &m)
@@ -257,6 +281,7 @@ bool TestSyncConvergence::work(Machine &m)
     static const QStringList texts { u"@Acme #design mock-ups"_s, u"@Acme #review notes"_s, u"@Beta planning"_s,
         u"@Beta #ops #oncall pager"_s, u"reading"_s, u"@Gamma #café Zoë’s draft"_s };
     m_clock.advance(1000 * (1 + m_random.bounded(3)));
+    enterZone(m.timeZone);
     auto context = m.store->newContext();
     const int dice = m_random.bounded(100);
     if (dice < 30) {
@@ -284,7 +309,8 @@ bool TestSyncConvergence::work(Machine &m)
         // Text, times (possibly into another month) or the invoiced mark.
         const int what = m_random.bounded(3);
         if (what == 0) {
-            activity->setText(texts.at(m_random.bounded(texts.size())) + u" v"_s + QString::number(m_clock.now().toSecsSinceEpoch()));
+            activity->setText(
+                texts.at(m_random.bounded(texts.size())) + u" v"_s + QString::number(m_clock.now().toSecsSinceEpoch()));
         } else if (what == 1) {
             const qint64 length = activity->timeFrom().secsTo(activity->timeTo());
             activity->setTimeFrom(randomStart(m_random));
@@ -313,8 +339,7 @@ void TestSyncConvergence::randomWorkAndSyncsConverge_data()
 {
     QTest::addColumn<quint32>("seed");
     QTest::addColumn<int>("rounds");
-    QTest::newRow("seed 1") << 1u << 200;
-    QTest::newRow("seed 2718") << 2718u << 200;
+    QTest::newRow("seed 2718") << 2718u << 150;
     // A seed given from outside replays a failure seen elsewhere.
     if (const QByteArray seed = qgetenv("BRIMVALE_SYNC_SEED"); !seed.isEmpty())
         QTest::newRow("seed from BRIMVALE_SYNC_SEED") << seed.toUInt() << 200;
@@ -359,13 +384,19 @@ void TestSyncConvergence::randomWorkAndSyncsConverge()
         QCOMPARE(journal(machine(i)), expected);
     qInfo("seed %u: %d syncs, %lld activities in the end", seed, m_syncs, qlonglong(expected.size()));
 
-    // And the folder holds exactly one file per month that has activities, plus the deletion file.
+    // And the folder holds exactly one file per month of the journal's zone that has activities starting
+    // in it, plus the deletion file and the zone file.
+    QFile zoneFile(m_folder + u"/timezone.json"_s);
+    QVERIFY(zoneFile.open(QIODevice::ReadOnly));
+    const QTimeZone zone(QJsonDocument::fromJson(zoneFile.readAll()).object().value(u"timeZone"_s).toString().toUtf8());
+    QVERIFY(zone.isValid());
     QStringList months;
     for (const QString &line : expected) {
-        const QDateTime from = QDateTime::fromString(line.section(u'|', 1, 1), Qt::ISODate).toLocalTime();
+        const QDateTime from = QDateTime::fromString(line.section(u'|', 1, 1), Qt::ISODate).toTimeZone(zone);
         months.append(from.toString(u"yyyy-MM"_s) + u".json"_s);
     }
     months.append(u"deleted.json"_s);
+    months.append(u"timezone.json"_s);
     months.removeDuplicates();
     months.sort();
     QCOMPARE(QDir(m_folder).entryList(QDir::Files, QDir::Name), months);

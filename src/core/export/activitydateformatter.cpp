@@ -149,14 +149,22 @@ void ActivityDateFormatter::appendNumber(Text &out, qint64 number, int minDigits
     out.append(reinterpret_cast<const QChar *>(digits + first), capacity - first);
 }
 
-int ActivityDateFormatter::digitValue(QChar c) const
+int ActivityDateFormatter::digitValue(QStringView text, qsizetype pos, qsizetype *length)
 {
-    const char16_t u = c.unicode();
+    // Any decimal digit of Unicode: a file exported under fa_IR ("۲۰۲۴") or ar_EG ("٢٠٢٤") reads under
+    // every locale. Digits beyond the first plane come as surrogate pairs.
+    *length = 1;
+    const char16_t u = text.at(pos).unicode();
     if (u >= u'0' && u <= u'9')
         return u - u'0';
-    if (u >= m_zeroDigit && u <= m_zeroDigit + 9)
-        return u - m_zeroDigit;
-    return -1;
+    char32_t point = u;
+    if (QChar::isHighSurrogate(u) && pos + 1 < text.size() && QChar::isLowSurrogate(text.at(pos + 1).unicode())) {
+        point = QChar::surrogateToUcs4(u, text.at(pos + 1).unicode());
+        *length = 2;
+    }
+    if (QChar::category(point) != QChar::Number_DecimalDigit)
+        return -1;
+    return QChar::digitValue(point);
 }
 
 QString ActivityDateFormatter::stringFromDate(const QDateTime &date) const
@@ -254,8 +262,17 @@ void ActivityDateFormatter::appendStringFromMSecs(QString &out, qint64 utcMSecs)
 
 QDateTime ActivityDateFormatter::dateFromString(QStringView text) const
 {
-    if (usesStyles() || m_parts.isEmpty())
+    QDate date;
+    QTime time;
+    if (!wallTimeFromString(text, &date, &time))
         return {};
+    return DateHelpers::instantFromLocal(date, time);
+}
+
+bool ActivityDateFormatter::wallTimeFromString(QStringView text, QDate *wallDate, QTime *wallTime) const
+{
+    if (usesStyles() || m_parts.isEmpty())
+        return false;
 
     int year = 1970;
     int month = 1;
@@ -268,12 +285,12 @@ QDateTime ActivityDateFormatter::dateFromString(QStringView text) const
         const Part &part = m_parts.at(i);
         if (part.letter == 0) {
             if (!text.mid(pos).startsWith(part.literal))
-                return {};
+                return false;
             pos += part.literal.size();
             continue;
         }
         if (!isNumericField(part.letter, part.count))
-            return {};
+            return false;
         // A field followed directly by another numeric field takes exactly its own width, as in ICU;
         // otherwise it takes every digit there is (bounded, so that the number cannot overflow).
         const bool abutting = i + 1 < m_parts.size() && m_parts.at(i + 1).letter != 0
@@ -281,18 +298,19 @@ QDateTime ActivityDateFormatter::dateFromString(QStringView text) const
         const qsizetype maxDigits = abutting ? part.count : 9;
         qint64 number = 0;
         qsizetype digits = 0;
+        qsizetype length = 0;
         while (pos < text.size() && digits < maxDigits) {
-            const int digit = digitValue(text.at(pos));
+            const int digit = digitValue(text, pos, &length);
             if (digit < 0)
                 break;
             number = number * 10 + digit;
             ++digits;
-            ++pos;
+            pos += length;
         }
         if (digits == 0 || (abutting && digits != part.count))
-            return {};
-        if (pos < text.size() && digits == maxDigits && !abutting && digitValue(text.at(pos)) >= 0)
-            return {};
+            return false;
+        if (pos < text.size() && digits == maxDigits && !abutting && digitValue(text, pos, &length) >= 0)
+            return false;
         switch (part.letter) {
         case u'y':
             if (part.count == 2 && digits == 2) {
@@ -327,10 +345,12 @@ QDateTime ActivityDateFormatter::dateFromString(QStringView text) const
         }
     }
     if (pos != text.size())
-        return {};
+        return false;
 
     const QDate date(year, month, day);
     if (year < 1 || !date.isValid() || hour > 23 || minute > 59 || second > 59)
-        return {};
-    return DateHelpers::instantFromLocal(date, QTime(hour, minute, second));
+        return false;
+    *wallDate = date;
+    *wallTime = QTime(hour, minute, second);
+    return true;
 }

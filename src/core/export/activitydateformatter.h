@@ -46,12 +46,17 @@ public:
     // The same for an instant in UTC milliseconds since 1970, without a QDateTime on the way.
     void appendStringFromMSecs(QString &out, qint64 utcMSecs) const;
 
-    // Reads text that matches the pattern completely, as local time in the user's zone (fields missing
+    // Reads text that matches the pattern completely (its digits in any script: an export made under
+    // fa_IR or ar_EG reads under every locale), as local time in the user's zone (fields missing
     // from the pattern are those of 1 January 1970 00:00:00). Out-of-range fields (month 13, 30 February,
     // hour 24) are refused. A wall time skipped by a change to summer time is read with the offset in
     // force before the change (02:30 becomes 03:30), a repeated one as the later of the two. An invalid
     // QDateTime when the text does not match; formatters with styles read nothing.
     QDateTime dateFromString(QStringView text) const;
+    // The wall-clock date and time that text matching the pattern completely names, for a caller that
+    // resolves it in a zone of its own choosing; false when the text does not match. Digits may be any
+    // Unicode decimal digits, as for dateFromString.
+    bool wallTimeFromString(QStringView text, QDate *date, QTime *time) const;
 
 private:
     struct Part
@@ -65,7 +70,8 @@ private:
     // A rendering is put together here and appended to its string at once.
     using Text = QVarLengthArray<QChar, 64>;
     void appendNumber(Text &out, qint64 number, int minDigits) const;
-    int digitValue(QChar c) const;
+    // The value of the decimal digit at `pos` (any script), -1 for none; `length` gets its UTF-16 units.
+    static int digitValue(QStringView text, qsizetype pos, qsizetype *length);
     bool usesStyles() const { return m_dateStyle != Style::NoStyle || m_timeStyle != Style::NoStyle; }
 
     QString m_dateFormat;

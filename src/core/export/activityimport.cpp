@@ -7,11 +7,13 @@
 #include <QUrl>
 #include <QXmlStreamReader>
 
+#include "base/datehelpers.h"
 #include "base/logging.h"
 #include "export/activitydateformatter.h"
 #include "model/deletedactivity.h"
 #include "model/store.h"
 #include "model/storecontext.h"
+#include "sync/bvsyncdateformatter.h"
 
 namespace {
 
@@ -42,6 +44,28 @@ struct ActivityImport::Record
     std::optional<QString> to;
     QString text = QStringLiteral("");
 };
+
+QString ActivityImportSkipped::text() const
+{
+    QStringList reasons;
+    if (unreadableTimes > 0)
+        reasons.append(tr("%1 without readable \"from\" and \"to\" times").arg(unreadableTimes));
+    if (endBeforeStart > 0)
+        reasons.append(endBeforeStart == 1 ? tr("1 ending before it starts")
+                                           : tr("%1 ending before they start").arg(endBeforeStart));
+    QStringList parts;
+    if (total() > 0)
+        parts.append((total() == 1 ? tr("Skipped 1 element: ") : tr("Skipped %1 elements: ").arg(total()))
+            + reasons.join(QStringLiteral(", ")));
+    if (lengthened > 0)
+        parts.append(lengthened == 1
+                ? tr("kept 1 element that starts and ends in one second one second long")
+                : tr("kept %1 elements that start and end in one second one second long").arg(lengthened));
+    QString text = parts.join(QStringLiteral("; "));
+    if (!text.isEmpty())
+        text[0] = text.at(0).toUpper();
+    return text;
+}
 
 QString ActivityImportResult::text() const
 {
@@ -108,17 +132,38 @@ std::expected<QList<ActivityPtr>, BvError> ActivityImport::importActivitiesFromD
         return std::unexpected(ready.error());
 
     const ActivityDateFormatter formatter(QStringLiteral("yyy-MM-dd'T'HH:mm:ss"));
+    const BVSyncDateFormatter zone(QTimeZone::systemTimeZone());
     QList<ActivityPtr> read;
     QSet<const Activity *> seen;
     for (const Record &record : std::as_const(*records)) {
-        if (!record.from || !record.to)
+        QDate fromDay;
+        QTime fromTime;
+        QDate toDay;
+        QTime toTime;
+        if (!record.from || !record.to || !formatter.wallTimeFromString(*record.from, &fromDay, &fromTime)
+            || !formatter.wallTimeFromString(*record.to, &toDay, &toTime)) {
+            ++m_skipped.unreadableTimes;
             continue;
-        const QDateTime from = formatter.dateFromString(*record.from);
-        const QDateTime to = formatter.dateFromString(*record.to);
-        // The store holds no activity shorter than a second; one such element would make the whole
-        // import fail when it is saved.
-        if (!from.isValid() || !to.isValid() || from.secsTo(to) < 1)
+        }
+        // A repeated wall time reads as its later instant, unless only the earlier start puts the end
+        // after it: an activity inside the hour that the autumn change repeats is written "02:30"-"02:30".
+        QDateTime from = zone.instantFromWall(fromDay, fromTime);
+        QDateTime to = zone.instantFromWall(toDay, toTime);
+        if (DateHelpers::compareBySeconds(from, to) != -1) {
+            const QDateTime earlier = zone.instantFromWall(fromDay, fromTime, BVSyncDateFormatter::Reading::Earlier);
+            if (DateHelpers::compareBySeconds(earlier, to) == -1)
+                from = earlier;
+        }
+        if (DateHelpers::compareBySeconds(from, to) == 1) {
+            ++m_skipped.endBeforeStart;
             continue;
+        }
+        // The store holds no activity shorter than a second; kept one second long, such an element
+        // neither fails the whole import nor gets lost.
+        if (DateHelpers::compareBySeconds(from, to) == 0) {
+            to = from.addSecs(1);
+            ++m_skipped.lengthened;
+        }
         const QString uid = record.uid ? record.uid->trimmed() : QString();
         ActivityPtr activity = uid.isEmpty() ? ActivityPtr() : m_byUid.value(uid);
         if (!activity) {

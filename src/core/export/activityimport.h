@@ -27,6 +27,26 @@ inline constexpr int TooDeepCode = 5;
 inline constexpr int TooLargeCode = 6;
 } // namespace ActivityImportErrors
 
+// The elements that stage 1 did not read as they stand, as the user is told: "Skipped 3 elements: 2
+// without readable "from" and "to" times, 1 ending before it starts" (and those kept one second long
+// because they start and end in one second).
+struct ActivityImportSkipped
+{
+    Q_DECLARE_TR_FUNCTIONS(ActivityImportSkipped)
+
+public:
+    // "from" or "to" missing or not a date in the pattern.
+    qint64 unreadableTimes = 0;
+    // The end before the start, under every reading of a repeated hour.
+    qint64 endBeforeStart = 0;
+    // Read, with the end moved to one second after the start.
+    qint64 lengthened = 0;
+
+    qint64 total() const { return unreadableTimes + endBeforeStart; }
+    // The sentence above; empty when every element was read as it stands.
+    QString text() const;
+};
+
 // What the import into the real store did, as the user is told: the title "Activity import!" with
 // "Imported %ld activities", or "Error occurred!" (critical) after a failure.
 struct ActivityImportResult
@@ -55,8 +75,11 @@ public:
 // nothing. Each "activity" child of the root gives one activity: "uid" (trimmed; a fresh one when
 // missing or empty), "invoiced" ("1" is invoiced, anything else not), "from" and "to" as local time
 // "yyy-MM-dd'T'HH:mm:ss" in the user's zone, and as text the element's whole string value, untrimmed.
-// Elements whose "from" or "to" is missing or unreadable, or whose end is not at least one second after
-// the start, are skipped without a word; other attributes are ignored. An element whose UID was read
+// Digits may be those of any script (an export made under fa_IR reads everywhere). A wall time that the
+// autumn change repeats reads as its later instant, the start as its earlier one when only that puts the
+// end after it; an element that still starts and ends in one second is kept one second long. Elements
+// whose "from" or "to" is missing or unreadable, or that end before they start, are skipped and counted
+// (skipped()); other attributes are ignored. An element whose UID was read
 // before (in this file or an earlier one) replaces what was read for it.
 //
 // Main thread, or one thread per object.
@@ -87,6 +110,8 @@ public:
     std::expected<QList<ActivityPtr>, BvError> importActivitiesFromDevice(QIODevice &device);
     // Every activity of the temporary store, earliest start first.
     std::expected<QList<ActivityPtr>, BvError> listedActivities();
+    // What stage 1 skipped or lengthened, over every file this object read.
+    const ActivityImportSkipped &skipped() const { return m_skipped; }
 
     // Stage 2: for each activity, the real activity with its UID (the first found) or a new one takes the
     // UID, invoiced flag, start, end and text, in that order, and every deletion record of that UID is
@@ -103,4 +128,5 @@ private:
     std::unique_ptr<Store> m_store;
     std::unique_ptr<StoreContext> m_context;
     QHash<QString, ActivityPtr> m_byUid;
+    ActivityImportSkipped m_skipped;
 };

@@ -36,15 +36,16 @@ int ActivityHashItem::orderedSort(const ActivityHashItem &other) const
     return m_modifiedAt < other.m_modifiedAt ? -1 : 1;
 }
 
-QString ActivityHashItem::hashForItems(const QList<ActivityHashItem> &items)
+QString ActivityHashItem::hashForItems(const QList<ActivityHashItem> &items, const QTimeZone &zone)
 {
+    const BVSyncDateFormatter dates(zone);
     QList<ActivityHashItem> sorted = items;
     std::stable_sort(sorted.begin(), sorted.end(),
         [](const ActivityHashItem &a, const ActivityHashItem &b) { return a.orderedSort(b) < 0; });
     QString joined;
     joined.reserve(sorted.size() * 56);
     for (const ActivityHashItem &item : std::as_const(sorted)) {
-        joined += BVSyncDateFormatter::stringFromDate(item.m_modifiedAt);
+        joined += dates.stringFromDate(item.m_modifiedAt);
         joined += item.m_uid;
     }
     return StringHelpers::md5String(joined);

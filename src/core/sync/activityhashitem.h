@@ -4,6 +4,7 @@
 #include <QList>
 #include <QString>
 #include <QStringList>
+#include <QTimeZone>
 
 // One (uid, modifiedAt) pair of a sync file's content; for an entry of the deletion file `modifiedAt`
 // holds the time of deletion. The content hash of a file is made from these pairs, so two machines agree
@@ -24,10 +25,11 @@ public:
     int orderedSort(const ActivityHashItem &other) const;
 
     // MD5 (lower-case hex) of the items sorted with orderedSort, each written as its modifiedAt in the
-    // sync date text (local time, whole seconds) followed directly by its uid, all joined without a
-    // separator. An empty list gives the MD5 of the empty string, d41d8cd98f00b204e9800998ecf8427e. The
-    // result depends on the user's time zone: it is compared only with hashes made on this machine.
-    static QString hashForItems(const QList<ActivityHashItem> &items);
+    // sync date text (wall time of `zone`, the journal's sync zone; whole seconds) followed directly by its
+    // uid, all joined without a separator. An empty list gives the MD5 of the empty string,
+    // d41d8cd98f00b204e9800998ecf8427e. Machines of one journal share the zone, so the hash does not
+    // change when only a machine's own zone does.
+    static QString hashForItems(const QList<ActivityHashItem> &items, const QTimeZone &zone);
 
     // MD5 of the uids sorted case-insensitively and joined without a separator.
     static QString hashForUIDs(const QStringList &uids);

@@ -53,15 +53,23 @@ std::expected<QList<ActivityPtr>, BvError> activitiesWithUid(StoreContext &conte
 
 } // namespace
 
-std::expected<QList<ActivityHashItem>, BvError> BVDeletedFile::read(const QString &filePath, const BVSyncLog &log)
+std::expected<QList<ActivityHashItem>, BvError> BVDeletedFile::read(
+    const QString &filePath, const QTimeZone &zone, const BVSyncLog &log)
 {
     QFile input(filePath);
     if (!input.open(QIODevice::ReadOnly)) {
         return std::unexpected(BVSyncErrors::error(
             BVSyncErrors::FileContentCode, QStringLiteral("Failed to read deleted.json %1").arg(input.errorString())));
     }
+    return read(input.readAll(), zone, log);
+}
+
+std::expected<QList<ActivityHashItem>, BvError> BVDeletedFile::read(
+    const QByteArray &content, const QTimeZone &zone, const BVSyncLog &log)
+{
+    const BVSyncDateFormatter dates(zone);
     QJsonParseError parseError;
-    const QJsonDocument document = QJsonDocument::fromJson(input.readAll(), &parseError);
+    const QJsonDocument document = QJsonDocument::fromJson(content, &parseError);
     if (parseError.error != QJsonParseError::NoError) {
         return std::unexpected(BVSyncErrors::error(BVSyncErrors::FileContentCode,
             QStringLiteral("Failed to read deleted.json %1").arg(parseError.errorString())));
@@ -83,7 +91,7 @@ std::expected<QList<ActivityHashItem>, BvError> BVDeletedFile::read(const QStrin
             logLine(log, line);
             return std::unexpected(BVSyncErrors::error(BVSyncErrors::FileContentCode, line));
         }
-        const QDateTime date = BVSyncDateFormatter::dateFromString(deletedAt.toString());
+        const QDateTime date = dates.dateFromString(deletedAt.toString());
         if (!date.isValid()) {
             const QString line = QStringLiteral("Invalid date for deleted.json entity (uid: %1; deleted_at: %2).")
                                      .arg(uid.toString(), deletedAt.toString());
@@ -170,16 +178,16 @@ std::expected<void, BvError> BVDeletedFile::apply(StoreContext &context, const Q
 }
 
 std::expected<void, BvError> BVDeletedFile::merge(
-    StoreContext &context, const QString &filePath, BVTmpSyncFile &file, const BVSyncLog &log)
+    StoreContext &context, const QString &filePath, BVTmpSyncFile &file, const QTimeZone &zone, const BVSyncLog &log)
 {
-    std::expected<QList<ActivityHashItem>, BvError> entries = read(filePath, log);
+    std::expected<QList<ActivityHashItem>, BvError> entries = read(filePath, zone, log);
     if (!entries) {
         return std::unexpected(BVSyncErrors::error(BVSyncErrors::FileContentCode,
             QStringLiteral("Failed to read deleted items! %1").arg(entries.error().message())));
     }
     if (std::expected<void, BvError> applied = apply(context, *entries); !applied)
         return applied;
-    file.setActivityHash(ActivityHashItem::hashForItems(*entries));
+    file.setActivityHash(ActivityHashItem::hashForItems(*entries, zone));
     if (std::expected<void, BvError> stored = file.store(context); !stored)
         return std::unexpected(BVSyncErrors::localStorage(QStringLiteral("26"), stored.error()));
     if (std::expected<void, BvError> saved = context.save(); !saved)
@@ -187,20 +195,21 @@ std::expected<void, BvError> BVDeletedFile::merge(
     return {};
 }
 
-QByteArray BVDeletedFile::json(const QList<DeletedActivityPtr> &records)
+QByteArray BVDeletedFile::json(const QList<DeletedActivityPtr> &records, const QTimeZone &zone)
 {
+    const BVSyncDateFormatter dates(zone);
     QJsonArray array;
     for (const DeletedActivityPtr &record : records) {
         QJsonObject object;
         object.insert(QLatin1String("uid"), record->uid());
-        object.insert(QLatin1String("deleted_at"), BVSyncDateFormatter::stringFromDate(record->deletedAt()));
+        object.insert(QLatin1String("deleted_at"), dates.stringFromDate(record->deletedAt()));
         array.append(object);
     }
     return QJsonDocument(array).toJson(QJsonDocument::Compact);
 }
 
 std::expected<std::optional<QString>, BvError> BVDeletedFile::write(
-    StoreContext &context, BVTmpSyncFile &file, const QString &filePath, const BVSyncLog &log)
+    StoreContext &context, BVTmpSyncFile &file, const QString &filePath, const QTimeZone &zone, const BVSyncLog &log)
 {
     std::expected<QList<DeletedActivityPtr>, BvError> records = context.fetchDeletedActivities();
     if (!records)
@@ -209,15 +218,15 @@ std::expected<std::optional<QString>, BvError> BVDeletedFile::write(
     items.reserve(records->size());
     for (const DeletedActivityPtr &record : std::as_const(*records))
         items.append(ActivityHashItem(record->uid(), record->deletedAt()));
-    const QString hash = ActivityHashItem::hashForItems(items);
+    const QString hash = ActivityHashItem::hashForItems(items, zone);
     if (!file.activityHash())
-        file.setActivityHash(ActivityHashItem::hashForItems({}));
+        file.setActivityHash(ActivityHashItem::hashForItems({}, zone));
     if (hash == *file.activityHash()) {
         logLine(log, QStringLiteral("Deleted activities not changed, not uploading ..."));
         return std::optional<QString>();
     }
     QSaveFile output(filePath);
-    const QByteArray bytes = json(*records);
+    const QByteArray bytes = json(*records, zone);
     if (!output.open(QIODevice::WriteOnly) || output.write(bytes) != bytes.size() || !output.commit()) {
         return std::unexpected(BVSyncErrors::error(BVSyncErrors::FileSystemCode,
             QStringLiteral("Failed to write data to local deleted.json file: %1").arg(output.errorString())));

@@ -18,6 +18,7 @@
 #include "sync/bvsynccache.h"
 #include "sync/bvsyncconflictcopy.h"
 #include "sync/bvsyncfilename.h"
+#include "sync/bvsynctimezonefile.h"
 
 namespace {
 
@@ -59,7 +60,8 @@ std::optional<QByteArray> readAll(const QString &path, QString *error)
 
 BVFolderSyncBackend::BVFolderSyncBackend(const QString &folderPath)
     : m_folder(folderPath.isEmpty() ? QString() : QDir::cleanPath(QDir(folderPath).absolutePath()))
-    , m_revisions(m_folder, BVSyncCache::cacheDirectory(QString::fromLatin1(CachePrefix)) + QStringLiteral("-revisions.json"))
+    , m_revisions(
+          m_folder, BVSyncCache::cacheDirectory(QString::fromLatin1(CachePrefix)) + QStringLiteral("-revisions.json"))
 { }
 
 BVFolderSyncBackend::~BVFolderSyncBackend()
@@ -109,20 +111,58 @@ void BVFolderSyncBackend::initializeBackend(Completion completion)
         return;
     }
     if (!folder.isDir()) {
-        reportError(QStringLiteral("The sync folder \"%1\" is not a folder. Please check the sync folder in preferences")
-                        .arg(m_folder));
+        reportError(
+            QStringLiteral("The sync folder \"%1\" is not a folder. Please check the sync folder in preferences")
+                .arg(m_folder));
         return;
     }
     log(QStringLiteral("Sync folder: %1").arg(m_folder));
     completion();
 }
 
+void BVFolderSyncBackend::agreeTimeZone(const QByteArray &proposedZoneId, TimeZoneHandler andHandler)
+{
+    const QString name = QString::fromLatin1(BVSyncTimeZoneFile::FileName);
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        QString error;
+        if (QFileInfo::exists(pathOf(name))) {
+            const std::optional<QByteArray> content = readAll(pathOf(name), &error);
+            if (!content) {
+                reportError(QStringLiteral("Failed to read %1 from the sync folder. %2").arg(name, error));
+                return;
+            }
+            const std::expected<QByteArray, QString> zoneId = BVSyncTimeZoneFile::read(*content);
+            if (!zoneId) {
+                reportError(QStringLiteral("The sync folder's %1 cannot be used: %2. Please fix or remove it")
+                                .arg(name, zoneId.error()));
+                return;
+            }
+            m_timeZone = QTimeZone(*zoneId);
+            andHandler(*zoneId);
+            return;
+        }
+        if (createFile(name, BVSyncTimeZoneFile::json(proposedZoneId), &error)) {
+            log(QStringLiteral("Recorded the sync time zone %1 in %2").arg(QString::fromUtf8(proposedZoneId), name));
+            m_timeZone = QTimeZone(proposedZoneId);
+            andHandler(proposedZoneId);
+            return;
+        }
+        if (!error.isEmpty()) {
+            reportError(
+                QStringLiteral("Failed to write %1 to the sync folder. %2\n\nPlease retry sync").arg(name, error));
+            return;
+        }
+        // Another machine recorded its zone in between: read that one.
+    }
+    reportError(
+        QStringLiteral("Failed to read %1 from the sync folder. It keeps changing.\n\nPlease retry sync").arg(name));
+}
+
 void BVFolderSyncBackend::deleteSavepoint() { }
 
 void BVFolderSyncBackend::saveSavepoint() { }
 
-void BVFolderSyncBackend::fetchChangesWithLocalCache(
-    const QList<BVTmpSyncFile> &localCache, ChangesHandler andHandler)
+void BVFolderSyncBackend::fetchChangesWithLocalCache(const QList<BVTmpSyncFile> &localCache, ChangesHandler andHandler)
 {
     Q_UNUSED(localCache)
     reportProgress(QStringLiteral("Reading the sync folder..."));
@@ -177,6 +217,15 @@ void BVFolderSyncBackend::removeAbandonedUploads(const QStringList &names)
 
 void BVFolderSyncBackend::mergeConflictCopies(const QStringList &names)
 {
+    QTimeZone zone = m_timeZone;
+    if (!zone.isValid()) {
+        QString error;
+        const std::optional<QByteArray> content
+            = readAll(pathOf(QString::fromLatin1(BVSyncTimeZoneFile::FileName)), &error);
+        const std::expected<QByteArray, QString> recorded
+            = content ? BVSyncTimeZoneFile::read(*content) : std::unexpected(error);
+        zone = QTimeZone(recorded ? *recorded : BVSyncTimeZoneFile::proposedZoneId());
+    }
     for (const QString &name : names) {
         const std::optional<QString> original = BVSyncConflictCopy::originalFileName(name);
         if (!original)
@@ -196,7 +245,7 @@ void BVFolderSyncBackend::mergeConflictCopies(const QStringList &names)
             }
             current = *content;
         }
-        const std::expected<QByteArray, QString> merged = BVSyncConflictCopy::merge(*original, current, *copy);
+        const std::expected<QByteArray, QString> merged = BVSyncConflictCopy::merge(*original, current, *copy, zone);
         if (!merged) {
             log(QStringLiteral("Conflict copy %1 left in place: %2").arg(name, merged.error()));
             continue;
@@ -217,13 +266,12 @@ void BVFolderSyncBackend::mergeConflictCopies(const QStringList &names)
     }
 }
 
-QString BVFolderSyncBackend::replaceFile(const QString &name, const QByteArray &content)
+std::expected<QByteArray, QString> BVFolderSyncBackend::writeTemporary(const QString &name, const QByteArray &content)
 {
-    const QString temporary = pathOf(temporaryName(name));
-    const QByteArray temporaryPath = QFile::encodeName(temporary);
+    const QByteArray temporaryPath = QFile::encodeName(pathOf(temporaryName(name)));
     const int fd = ::open(temporaryPath.constData(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0)
-        return systemError(errno);
+        return std::unexpected(systemError(errno));
     qsizetype written = 0;
     while (written < content.size()) {
         const ssize_t n = ::write(fd, content.constData() + written, size_t(content.size() - written));
@@ -233,7 +281,7 @@ QString BVFolderSyncBackend::replaceFile(const QString &name, const QByteArray &
             const int error = n < 0 ? errno : EIO;
             ::close(fd);
             ::unlink(temporaryPath.constData());
-            return systemError(error);
+            return std::unexpected(systemError(error));
         }
         written += n;
     }
@@ -241,8 +289,45 @@ QString BVFolderSyncBackend::replaceFile(const QString &name, const QByteArray &
     if (::fsync(fd) != 0 || ::close(fd) != 0) {
         const int error = errno;
         ::unlink(temporaryPath.constData());
-        return systemError(error);
+        return std::unexpected(systemError(error));
     }
+    return temporaryPath;
+}
+
+bool BVFolderSyncBackend::createFile(const QString &name, const QByteArray &content, QString *error)
+{
+    const std::expected<QByteArray, QString> temporary = writeTemporary(name, content);
+    if (!temporary) {
+        *error = temporary.error();
+        return false;
+    }
+    const QByteArray target = QFile::encodeName(pathOf(name));
+    const int linked = ::link(temporary->constData(), target.constData());
+    const int linkError = errno;
+    if (linked != 0 && (linkError == EPERM || linkError == EOPNOTSUPP || linkError == ENOSYS)) {
+        // A file system without hard links (FAT, some shares): only a check just before the rename is left.
+        if (QFileInfo::exists(pathOf(name))) {
+            ::unlink(temporary->constData());
+            return false;
+        }
+        if (std::rename(temporary->constData(), target.constData()) == 0)
+            return true;
+        *error = systemError(errno);
+        ::unlink(temporary->constData());
+        return false;
+    }
+    ::unlink(temporary->constData());
+    if (linked != 0 && linkError != EEXIST)
+        *error = systemError(linkError);
+    return linked == 0;
+}
+
+QString BVFolderSyncBackend::replaceFile(const QString &name, const QByteArray &content)
+{
+    const std::expected<QByteArray, QString> temporary = writeTemporary(name, content);
+    if (!temporary)
+        return temporary.error();
+    const QByteArray &temporaryPath = *temporary;
     if (std::rename(temporaryPath.constData(), QFile::encodeName(pathOf(name)).constData()) != 0) {
         const int error = errno;
         ::unlink(temporaryPath.constData());
@@ -302,7 +387,8 @@ void BVFolderSyncBackend::uploadFile(
     }
     const BVFolderRevisions::Result current = m_revisions.revision(name);
     if (!current.error.isEmpty()) {
-        reportError(QStringLiteral("Failed to read %1 in the sync folder. %2\n\nPlease retry sync").arg(name, current.error));
+        reportError(
+            QStringLiteral("Failed to read %1 in the sync folder. %2\n\nPlease retry sync").arg(name, current.error));
         return;
     }
     const std::optional<QString> expected = withRevision ? withRevision->revisionValue() : std::nullopt;

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <expected>
+
 #include <QString>
+#include <QTimeZone>
 
 #include "sync/bvfolderrevisions.h"
 #include "sync/bvsyncservicebackend.h"
@@ -38,6 +41,9 @@ public:
     // Fails when no folder is set, or it is not there: a share that is not mounted must not look like an
     // empty journal.
     void initializeBackend(Completion completion) override;
+    // Creates the zone file by a hard link of a finished temporary file, which fails when the name exists:
+    // of two machines that start at once (on a share both see), exactly one records its zone.
+    void agreeTimeZone(const QByteArray &proposedZoneId, TimeZoneHandler andHandler) override;
     // A listing is always whole, so there is no cursor to forget or keep.
     void deleteSavepoint() override;
     void saveSavepoint() override;
@@ -49,13 +55,21 @@ public:
     void deleteFile(const BVTmpSyncFile &file, Completion andBlock) override;
 
     QString folderPath() const { return m_folder; }
+    // The zone agreed by the last agreeTimeZone(); invalid before.
+    QTimeZone timeZone() const { return m_timeZone; }
 
 private:
+    // Conflict copies are read in the agreed zone; without one (a listing before any agreement) in the
+    // zone the folder records, or the one this machine would propose.
     void mergeConflictCopies(const QStringList &names);
     void removeAbandonedUploads(const QStringList &names);
     // Replaces the folder's `name` with `content` through a temporary file and a rename; the reason on
     // failure.
     QString replaceFile(const QString &name, const QByteArray &content);
+    // Like replaceFile, but only when `name` does not exist: false (and no error) when it does.
+    bool createFile(const QString &name, const QByteArray &content, QString *error);
+    // Writes `content` to a new temporary file for `name`, on disk; its path, or the reason.
+    std::expected<QByteArray, QString> writeTemporary(const QString &name, const QByteArray &content);
     QString pathOf(const QString &name) const;
 
     void reportError(const QString &message) const;
@@ -63,6 +77,7 @@ private:
     void log(const QString &line) const;
 
     QString m_folder;
+    QTimeZone m_timeZone;
     BVFolderRevisions m_revisions;
     MessageHandler m_errorHandler;
     MessageHandler m_progressHandler;

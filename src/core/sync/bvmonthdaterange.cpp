@@ -2,12 +2,13 @@
 
 #include <QHashFunctions>
 
-#include "base/datehelpers.h"
+#include "sync/bvsyncdateformatter.h"
 #include "sync/bvsyncfilename.h"
 
-BVMonthDateRange::BVMonthDateRange(uint year, uint month)
+BVMonthDateRange::BVMonthDateRange(uint year, uint month, const QTimeZone &zone)
     : m_year(year)
     , m_month(month)
+    , m_zone(zone)
 {
     // QDate has no year 0; the calendar's lenient month arithmetic is addMonths from January.
     const QDate january(int(year), 1, 1);
@@ -15,8 +16,9 @@ BVMonthDateRange::BVMonthDateRange(uint year, uint month)
         return;
     const QDate first = january.addMonths(int(month) - 1);
     const QDate last = first.addDays(first.daysInMonth() - 1);
-    m_dateFrom = DateHelpers::instantFromLocal(first, QTime(0, 0, 0));
-    m_dateTo = DateHelpers::instantFromLocal(last, QTime(23, 59, 59));
+    const BVSyncDateFormatter dates(zone);
+    m_dateFrom = dates.instantFromWall(first, QTime(0, 0, 0));
+    m_dateTo = dates.instantFromWall(last, QTime(23, 59, 59));
 }
 
 QString BVMonthDateRange::name() const

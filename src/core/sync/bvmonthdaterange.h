@@ -2,21 +2,25 @@
 
 #include <QDateTime>
 #include <QString>
+#include <QTimeZone>
 #include <QtGlobal>
 
-// One calendar month of the user's calendar and zone, as the sync files divide the journal. A month
+// One calendar month in the journal's sync zone (BVSyncTimeZoneFile), as the sync files divide the
+// journal. A month
 // beyond 12 (or 0) rolls over into the neighbouring year, as the calendar does: month 13 of 2024 spans
 // January 2025 but keeps the name "2024-13". Immutable; any thread.
 class BVMonthDateRange
 {
 public:
-    BVMonthDateRange(uint year, uint month);
+    BVMonthDateRange(uint year, uint month, const QTimeZone &zone);
 
     uint year() const { return m_year; }
     uint month() const { return m_month; }
-    // Day 1 at 00:00:00 local time, as a UTC instant.
+    // The zone the month's bounds are read in.
+    QTimeZone timeZone() const { return m_zone; }
+    // Day 1 at 00:00:00 in the zone, as a UTC instant.
     QDateTime dateFrom() const { return m_dateFrom; }
-    // The last day of the month at 23:59:59 local time, as a UTC instant. Invalid, like dateFrom, for a
+    // The last day of the month at 23:59:59 in the zone, as a UTC instant. Invalid, like dateFrom, for a
     // year the calendar cannot hold (year 0).
     QDateTime dateTo() const { return m_dateTo; }
     // "%lu-%.2lu" of year and month.
@@ -30,6 +34,7 @@ public:
 private:
     uint m_year;
     uint m_month;
+    QTimeZone m_zone;
     QDateTime m_dateFrom;
     QDateTime m_dateTo;
 };

@@ -45,9 +45,10 @@ struct Field
     bool isString() const { return kind == Kind::String; }
     bool isEmptyString() const { return ascii.data() ? ascii.isEmpty() : text.isEmpty(); }
     QString string() const { return ascii.data() ? QString(ascii) : text; }
-    QDateTime date() const
+    QDateTime date(const BVSyncDateFormatter &dates,
+        BVSyncDateFormatter::Reading reading = BVSyncDateFormatter::Reading::Later) const
     {
-        return ascii.data() ? BVSyncDateFormatter::dateFromString(ascii) : BVSyncDateFormatter::dateFromString(text);
+        return ascii.data() ? dates.dateFromString(ascii, reading) : dates.dateFromString(text, reading);
     }
 };
 
@@ -75,7 +76,7 @@ struct Element
 };
 
 // The checks of one element, in their designed order; the first failure is the message.
-std::expected<Element, BvError> checkElement(const RawElement &raw)
+std::expected<Element, BvError> checkElement(const RawElement &raw, const BVSyncDateFormatter &dates)
 {
     if (!raw.isObject)
         return std::unexpected(contentError("Invalid json file content!"));
@@ -91,18 +92,31 @@ std::expected<Element, BvError> checkElement(const RawElement &raw)
     Element element;
     if (!raw.uid.isString() || raw.uid.isEmptyString())
         return std::unexpected(contentError("No UID for activity!"));
-    element.timeFrom = raw.timeFrom.date();
+    element.timeFrom = raw.timeFrom.date(dates);
     if (!element.timeFrom.isValid())
         return std::unexpected(contentError("No start time for activity!"));
-    element.timeTo = raw.timeTo.date();
+    // Repeated wall times read as the later instant. An activity inside the hour that the autumn change
+    // repeats is written "02:30"-"02:30" (00:30Z-01:30Z in Berlin): when the end does not lie after the
+    // start, the start's earlier reading is the one that makes sense of the element.
+    element.timeTo = raw.timeTo.date(dates);
     if (!element.timeTo.isValid())
         return std::unexpected(contentError("No end time for activity!"));
+    if (DateHelpers::compareBySeconds(element.timeFrom, element.timeTo) != -1) {
+        const QDateTime earlier = raw.timeFrom.date(dates, BVSyncDateFormatter::Reading::Earlier);
+        if (DateHelpers::compareBySeconds(earlier, element.timeTo) == -1)
+            element.timeFrom = earlier;
+    }
     if (DateHelpers::compareBySeconds(element.timeFrom, element.timeTo) == 1)
         return std::unexpected(contentError("Start time for activity is greater than end time"));
-    element.createdAt = raw.createdAt.date();
+    // The store holds no activity shorter than a second; an element that starts and ends in one second
+    // (a hand-edited file) would otherwise stop every run on every machine.
+    if (DateHelpers::compareBySeconds(element.timeFrom, element.timeTo) == 0)
+        element.timeTo
+            = QDateTime::fromMSecsSinceEpoch((DateHelpers::floorSeconds(element.timeFrom) + 1) * 1000, Qt::UTC);
+    element.createdAt = raw.createdAt.date(dates);
     if (!element.createdAt.isValid())
         return std::unexpected(contentError("No 'created at' time for activity!"));
-    element.modifiedAt = raw.modifiedAt.date();
+    element.modifiedAt = raw.modifiedAt.date(dates);
     if (!element.modifiedAt.isValid())
         return std::unexpected(contentError("No 'modified at' time for activity!"));
     if (!raw.text.isString() || raw.text.isEmptyString())
@@ -124,6 +138,11 @@ std::expected<Element, BvError> checkElement(const RawElement &raw)
 // The elements of a file in order, checked, up to the first one that fails a check.
 struct CheckedElements
 {
+    explicit CheckedElements(const BVSyncDateFormatter &formatter)
+        : dates(formatter)
+    { }
+
+    const BVSyncDateFormatter &dates;
     std::vector<Element> elements;
     std::optional<BvError> failure; // the check that ended the list
 
@@ -131,7 +150,7 @@ struct CheckedElements
     {
         if (failure)
             return;
-        std::expected<Element, BvError> element = checkElement(raw);
+        std::expected<Element, BvError> element = checkElement(raw, dates);
         if (element)
             elements.push_back(std::move(*element));
         else
@@ -422,9 +441,9 @@ private:
 };
 
 // The file's checked elements, or the designed error of a file that is no JSON array.
-std::expected<CheckedElements, BvError> readElements(const QByteArray &bytes)
+std::expected<CheckedElements, BvError> readElements(const QByteArray &bytes, const BVSyncDateFormatter &dates)
 {
-    CheckedElements checked;
+    CheckedElements checked(dates);
     // An element takes some 300 bytes in the compact form.
     checked.elements.reserve(std::size_t(bytes.size() / 256));
     if (CompactReader(bytes).read(checked))
@@ -446,6 +465,37 @@ std::expected<CheckedElements, BvError> readElements(const QByteArray &bytes)
     for (const QJsonValue &value : array)
         checked.add(rawElement(value));
     return checked;
+}
+
+QJsonObject elementObject(const QString &uid, const QDateTime &timeFrom, const QDateTime &timeTo,
+    const QDateTime &createdAt, const QDateTime &modifiedAt, bool isInvoiced, const QString &text,
+    const BVSyncDateFormatter &dates)
+{
+    QJsonObject object;
+    object.insert(QLatin1String("uid"), uid);
+    object.insert(QLatin1String("time_from"), dates.stringFromDate(timeFrom));
+    object.insert(QLatin1String("time_to"), dates.stringFromDate(timeTo));
+    object.insert(QLatin1String("created_at"), dates.stringFromDate(createdAt));
+    object.insert(QLatin1String("modified_at"), dates.stringFromDate(modifiedAt));
+    object.insert(QLatin1String("is_invoiced"), isInvoiced ? 1 : 0);
+    object.insert(QLatin1String("text"), text);
+    return object;
+}
+
+// One version of an activity as its element would be written, in a form every machine of the journal
+// builds alike (the sync zone's texts, keys in one order): what breaks a tie of equal seconds.
+QByteArray encoded(const Activity &activity, const BVSyncDateFormatter &dates)
+{
+    return QJsonDocument(elementObject(activity.uid(), activity.timeFrom(), activity.timeTo(), activity.createdAt(),
+                             activity.modifiedAt(), activity.isInvoiced(), activity.text(), dates))
+        .toJson(QJsonDocument::Compact);
+}
+
+QByteArray encoded(const Element &element, const BVSyncDateFormatter &dates)
+{
+    return QJsonDocument(elementObject(element.uid, element.timeFrom, element.timeTo, element.createdAt,
+                             element.modifiedAt, element.isInvoiced, element.text, dates))
+        .toJson(QJsonDocument::Compact);
 }
 
 // The activities filed under a month: those whose start lies in it, in the order of their start.
@@ -494,7 +544,14 @@ std::expected<BVMonthFile::Summary, BvError> BVMonthFile::summaryForMonth(
         if (stamp.uid != excludedUid || excludedUid.isEmpty())
             items.append(ActivityHashItem(stamp.uid, ActivityRecord::instant(stamp.modifiedAt)));
     }
-    return Summary { items.size(), ActivityHashItem::hashForItems(items) };
+    return Summary { items.size(), ActivityHashItem::hashForItems(items, month.timeZone()) };
+}
+
+std::expected<qint64, BvError> BVMonthFile::countForMonth(StoreContext &context, const BVMonthDateRange &month)
+{
+    if (!month.dateFrom().isValid() || !month.dateTo().isValid())
+        return 0;
+    return context.countActivities(monthQuery(month));
 }
 
 QList<ActivityHashItem> BVMonthFile::hashItems(const QList<ActivityPtr> &activities)
@@ -506,32 +563,27 @@ QList<ActivityHashItem> BVMonthFile::hashItems(const QList<ActivityPtr> &activit
     return items;
 }
 
-QString BVMonthFile::hashForActivities(const QList<ActivityPtr> &activities)
+QString BVMonthFile::hashForActivities(const QList<ActivityPtr> &activities, const QTimeZone &zone)
 {
-    return ActivityHashItem::hashForItems(hashItems(activities));
+    return ActivityHashItem::hashForItems(hashItems(activities), zone);
 }
 
-QByteArray BVMonthFile::json(const QList<ActivityPtr> &activities)
+QByteArray BVMonthFile::json(const QList<ActivityPtr> &activities, const QTimeZone &zone)
 {
+    const BVSyncDateFormatter dates(zone);
     QJsonArray array;
     for (const ActivityPtr &activity : activities) {
-        QJsonObject object;
-        object.insert(QLatin1String("uid"), activity->uid());
-        object.insert(QLatin1String("time_from"), BVSyncDateFormatter::stringFromDate(activity->timeFrom()));
-        object.insert(QLatin1String("time_to"), BVSyncDateFormatter::stringFromDate(activity->timeTo()));
-        object.insert(QLatin1String("created_at"), BVSyncDateFormatter::stringFromDate(activity->createdAt()));
-        object.insert(QLatin1String("modified_at"), BVSyncDateFormatter::stringFromDate(activity->modifiedAt()));
-        object.insert(QLatin1String("is_invoiced"), activity->isInvoiced() ? 1 : 0);
-        object.insert(QLatin1String("text"), activity->text());
-        array.append(object);
+        array.append(elementObject(activity->uid(), activity->timeFrom(), activity->timeTo(), activity->createdAt(),
+            activity->modifiedAt(), activity->isInvoiced(), activity->text(), dates));
     }
     return QJsonDocument(array).toJson(QJsonDocument::Compact);
 }
 
-std::expected<void, BvError> BVMonthFile::write(const QList<ActivityPtr> &activities, const QString &filePath)
+std::expected<void, BvError> BVMonthFile::write(
+    const QList<ActivityPtr> &activities, const QString &filePath, const QTimeZone &zone)
 {
     QSaveFile file(filePath);
-    const QByteArray bytes = json(activities);
+    const QByteArray bytes = json(activities, zone);
     if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size() || !file.commit()) {
         return std::unexpected(BVSyncErrors::error(BVSyncErrors::FileSystemCode,
             QStringLiteral("Failed to write json data file %1! %2").arg(filePath, file.errorString())));
@@ -539,15 +591,27 @@ std::expected<void, BvError> BVMonthFile::write(const QList<ActivityPtr> &activi
     return {};
 }
 
-std::expected<void, BvError> BVMonthFile::merge(
-    StoreContext &context, const QString &filePath, BVTmpSyncFile &file, const BVSyncLog &log)
+std::expected<void, BvError> BVMonthFile::check(const QByteArray &content, const QTimeZone &zone)
 {
+    const BVSyncDateFormatter dates(zone);
+    const std::expected<CheckedElements, BvError> read = readElements(content, dates);
+    if (!read)
+        return std::unexpected(read.error());
+    if (read->failure)
+        return std::unexpected(*read->failure);
+    return {};
+}
+
+std::expected<void, BvError> BVMonthFile::merge(
+    StoreContext &context, const QString &filePath, BVTmpSyncFile &file, const QTimeZone &zone, const BVSyncLog &log)
+{
+    const BVSyncDateFormatter dates(zone);
     QFile input(filePath);
     if (!input.open(QIODevice::ReadOnly)) {
         return std::unexpected(BVSyncErrors::error(
             BVSyncErrors::FileContentCode, QStringLiteral("Failed to load json file. %1").arg(input.errorString())));
     }
-    const std::expected<CheckedElements, BvError> read = readElements(input.readAll());
+    const std::expected<CheckedElements, BvError> read = readElements(input.readAll(), dates);
     input.close();
     if (!read)
         return std::unexpected(read.error());
@@ -565,6 +629,8 @@ std::expected<void, BvError> BVMonthFile::merge(
     QSet<const DeletedActivity *> deletedHere;
     QHash<QString, QList<DeletedActivityPtr>> tombstonesByUid;
     bool tombstonesLoaded = false;
+    // A local version that differs from the file's and wins: the file must be written again from here.
+    bool localWins = false;
 
     for (const Element &element : elements) {
         // Deletion records are few next to activities: one fetch of them all, at the first element that
@@ -621,9 +687,19 @@ std::expected<void, BvError> BVMonthFile::merge(
         items.append(ActivityHashItem(element.uid, element.modifiedAt));
 
         if (activity) {
-            // The local copy wins unless the file's copy was modified in a later second.
-            if (DateHelpers::compareBySeconds(activity->modifiedAt(), element.modifiedAt) != -1)
+            // The later second wins. Two machines that edit within one second must still agree on a
+            // version: the greater encoding wins, which every machine decides alike.
+            const int bySeconds = DateHelpers::compareBySeconds(activity->modifiedAt(), element.modifiedAt);
+            if (bySeconds == 1)
                 continue;
+            if (bySeconds == 0) {
+                const QByteArray ours = encoded(*activity, dates);
+                const QByteArray theirs = encoded(element, dates);
+                if (ours >= theirs) {
+                    localWins = localWins || ours != theirs;
+                    continue;
+                }
+            }
         } else {
             activity = context.insertActivity(element.uid);
             insertedHere.insert(element.uid, activity);
@@ -642,7 +718,11 @@ std::expected<void, BvError> BVMonthFile::merge(
     if (std::expected<void, BvError> saved = context.save(); !saved)
         return std::unexpected(BVSyncErrors::localStorage(QStringLiteral("25"), saved.error()));
 
-    file.setActivityHash(ActivityHashItem::hashForItems(items));
+    // A file that lost to a local version of the same second gets no hash: the month's own hash cannot
+    // equal it, so the month is written and uploaded. A local version of a later second differs in the
+    // hash already.
+    file.setActivityHash(
+        localWins ? std::nullopt : std::optional<QString>(ActivityHashItem::hashForItems(items, zone)));
     if (std::expected<void, BvError> stored = file.store(context); !stored)
         return std::unexpected(BVSyncErrors::localStorage(QStringLiteral("26"), stored.error()));
     if (std::expected<void, BvError> saved = context.save(); !saved)

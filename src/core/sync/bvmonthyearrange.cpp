@@ -9,12 +9,16 @@ quint64 key(uint year, uint month)
 }
 } // namespace
 
+BVMonthYearRange::BVMonthYearRange(const QTimeZone &zone)
+    : m_zone(zone)
+{ }
+
 void BVMonthYearRange::addYear(uint year, uint andMonth)
 {
     if (m_keys.contains(key(year, andMonth)))
         return;
     m_keys.insert(key(year, andMonth));
-    m_months.append(BVMonthDateRange(year, andMonth));
+    m_months.append(BVMonthDateRange(year, andMonth, m_zone));
 }
 
 std::optional<BVMonthDateRange> BVMonthYearRange::nextMonth()

@@ -4,6 +4,7 @@
 
 #include <QList>
 #include <QSet>
+#include <QTimeZone>
 
 #include "sync/bvmonthdaterange.h"
 
@@ -14,6 +15,9 @@
 class BVMonthYearRange
 {
 public:
+    // Months of the sync zone `zone`; a default range has UTC months.
+    explicit BVMonthYearRange(const QTimeZone &zone = QTimeZone::utc());
+
     // Adds the month unless the set holds it already.
     void addYear(uint year, uint andMonth);
     bool hasItems() const { return !m_months.isEmpty(); }
@@ -21,6 +25,7 @@ public:
     std::optional<BVMonthDateRange> nextMonth();
 
 private:
+    QTimeZone m_zone;
     QList<BVMonthDateRange> m_months;
     QSet<quint64> m_keys;
     bool m_sorted = false;

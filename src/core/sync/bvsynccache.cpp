@@ -9,9 +9,9 @@
 #include <QStandardPaths>
 
 #include "base/logging.h"
-#include "model/activityquery.h"
 #include "model/storecontext.h"
 #include "sync/bvmonthdaterange.h"
+#include "sync/bvmonthfile.h"
 #include "sync/bvsyncerrors.h"
 #include "sync/bvsyncfilename.h"
 #include "sync/bvsyncservicebackend.h"
@@ -120,7 +120,7 @@ std::expected<BVTmpSyncFile, BvError> BVSyncCache::getDeletedSyncFile(StoreConte
     return BVTmpSyncFile::initAsDeletedIndexFileWithSyncMethod(m_backend.syncMethod(), std::nullopt);
 }
 
-void BVSyncCache::cleanupFiles(StoreContext &context, Done done)
+void BVSyncCache::cleanupFiles(StoreContext &context, const QTimeZone &zone, Done done)
 {
     m_cleanupContext = &context;
     m_cleanupDone = std::move(done);
@@ -137,24 +137,17 @@ void BVSyncCache::cleanupFiles(StoreContext &context, Done done)
     for (const SyncFilePtr &row : std::as_const(*rows)) {
         if (row->name() == QLatin1String(BVSyncFileName::DeletedName) || !row->hasYearMonth())
             continue;
-        const BVMonthDateRange month(row->year(), row->month());
-        // Only activities that start and end inside the month count here, while the export files an
-        // activity by its start alone: a month whose one activity runs past its end is cleaned up.
-        // Counted in the store: every change of the run is saved by now.
-        qint64 count = 0;
-        if (month.dateFrom().isValid() && month.dateTo().isValid()) {
-            ActivityQuery query;
-            query.startsFrom = month.dateFrom();
-            query.startsUntil = month.dateTo();
-            query.endsUntil = month.dateTo();
-            std::expected<qint64, BvError> counted = context.countActivities(query);
-            if (!counted) {
-                finishCleanup(std::unexpected(BVSyncErrors::localStorage(QStringLiteral("28"), counted.error())));
-                return;
-            }
-            count = *counted;
+        const BVMonthDateRange month(row->year(), row->month(), zone);
+        // Counted as the export files them, by start alone: counting only activities that also end in the
+        // month would delete, on every run, the file of a month whose one activity runs past its end,
+        // and that activity would never reach another machine. Counted in the store: every change of the
+        // run is saved by now.
+        const std::expected<qint64, BvError> count = BVMonthFile::countForMonth(context, month);
+        if (!count) {
+            finishCleanup(std::unexpected(BVSyncErrors::localStorage(QStringLiteral("28"), count.error())));
+            return;
         }
-        if (count == 0) {
+        if (*count == 0) {
             std::optional<BVTmpSyncFile> file = BVTmpSyncFile::fromSyncFile(row, m_backend.syncMethod());
             m_cleanupList.append(file ? *file : BVTmpSyncFile(row->year(), row->month()));
         }

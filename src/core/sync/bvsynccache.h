@@ -7,6 +7,7 @@
 #include <QList>
 #include <QObject>
 #include <QString>
+#include <QTimeZone>
 
 #include "base/bverror.h"
 #include "sync/bvsynclog.h"
@@ -51,13 +52,14 @@ public:
     // without a revision when there is no row.
     std::expected<BVTmpSyncFile, BvError> getDeletedSyncFile(StoreContext &context);
 
-    // Deletes, remotely and then from the cache, every month file whose month holds no activity that
-    // both starts and ends inside it, one at a time, reporting "Cleaning up files ..." first. `done` is
+    // Deletes, remotely and then from the cache, every month file whose month (of the sync zone `zone`)
+    // holds no activity that starts inside it, as the export files them, one at a time, reporting
+    // "Cleaning up files ..." first. `done` is
     // called on this object's thread: with success once the last file is gone, or with the failure
     // ("Local storage error (27|28|29): ...", "Failed to remove file from cache: <path>. <reason>",
     // "Failed to cleanup file in local storage!"). A failing backend call reports through the backend's
     // error handler and `done` is not called. `context` must stay alive until then.
-    void cleanupFiles(StoreContext &context, Done done);
+    void cleanupFiles(StoreContext &context, const QTimeZone &zone, Done done);
 
     // Removes every entry of the cache folder that no row names; does nothing when the folder or the
     // rows cannot be read. Removal errors are ignored.

@@ -8,6 +8,8 @@
 #include <QSet>
 
 #include "base/datehelpers.h"
+#include "sync/bvdeletedfile.h"
+#include "sync/bvmonthfile.h"
 #include "sync/bvsyncdateformatter.h"
 #include "sync/bvsyncfilename.h"
 
@@ -44,12 +46,17 @@ std::expected<QJsonArray, QString> records(const QByteArray &content, const char
     return array;
 }
 
-QDateTime modifiedAt(const QJsonValue &record)
+QDateTime modifiedAt(const QJsonValue &record, const BVSyncDateFormatter &dates)
 {
-    return BVSyncDateFormatter::dateFromString(record.toObject().value(QLatin1String("modified_at")).toString());
+    return dates.dateFromString(record.toObject().value(QLatin1String("modified_at")).toString());
 }
 
-QJsonArray mergeMonth(QJsonArray original, const QJsonArray &copy)
+QByteArray encoded(const QJsonValue &record)
+{
+    return QJsonDocument(record.toObject()).toJson(QJsonDocument::Compact);
+}
+
+QJsonArray mergeMonth(QJsonArray original, const QJsonArray &copy, const BVSyncDateFormatter &dates)
 {
     QHash<QString, qsizetype> indexByUid;
     for (qsizetype i = 0; i < original.size(); ++i)
@@ -62,10 +69,15 @@ QJsonArray mergeMonth(QJsonArray original, const QJsonArray &copy)
             original.append(record);
             continue;
         }
-        const QDateTime theirs = modifiedAt(record);
-        const QDateTime ours = modifiedAt(original.at(*known));
-        // A record whose date does not read never wins over one that does; equal seconds keep the original.
-        if (theirs.isValid() && (!ours.isValid() || DateHelpers::compareBySeconds(theirs, ours) == 1))
+        const QDateTime theirs = modifiedAt(record, dates);
+        const QDateTime ours = modifiedAt(original.at(*known), dates);
+        // A record whose date does not read never wins over one that does. In equal seconds the greater
+        // encoding wins, as in a merge into the store, so that the result does not depend on which side
+        // the sync tool called the copy.
+        const int bySeconds = DateHelpers::compareBySeconds(theirs, ours);
+        if (theirs.isValid()
+            && (!ours.isValid() || bySeconds == 1
+                || (bySeconds == 0 && encoded(record) > encoded(original.at(*known)))))
             original.replace(*known, record);
     }
     return original;
@@ -107,7 +119,7 @@ std::optional<QString> BVSyncConflictCopy::originalFileName(const QString &fileN
 }
 
 std::expected<QByteArray, QString> BVSyncConflictCopy::merge(
-    const QString &originalFileName, const QByteArray &original, const QByteArray &copy)
+    const QString &originalFileName, const QByteArray &original, const QByteArray &copy, const QTimeZone &zone)
 {
     std::expected<QJsonArray, QString> ours = records(original, "file");
     if (!ours)
@@ -116,6 +128,21 @@ std::expected<QByteArray, QString> BVSyncConflictCopy::merge(
     if (!theirs)
         return std::unexpected(theirs.error());
     const bool isDeletionFile = originalFileName == QLatin1String(BVSyncFileName::DeletedFileName);
-    const QJsonArray merged = isDeletionFile ? mergeDeletions(*ours, *theirs) : mergeMonth(*ours, *theirs);
+    // A copy holds whatever a machine or a hand wrote; merged unchecked, one bad record would stop every
+    // machine's runs on the file. It must pass the checks of a download.
+    if (!copy.isEmpty()) {
+        std::optional<BvError> failure;
+        if (isDeletionFile) {
+            if (const auto entries = BVDeletedFile::read(copy, zone); !entries)
+                failure = entries.error();
+        } else if (const std::expected<void, BvError> checked = BVMonthFile::check(copy, zone); !checked) {
+            failure = checked.error();
+        }
+        if (failure)
+            return std::unexpected(
+                QStringLiteral("the conflict copy does not pass the reading checks (%1)").arg(failure->message()));
+    }
+    const BVSyncDateFormatter dates(zone);
+    const QJsonArray merged = isDeletionFile ? mergeDeletions(*ours, *theirs) : mergeMonth(*ours, *theirs, dates);
     return QJsonDocument(merged).toJson(QJsonDocument::Compact);
 }

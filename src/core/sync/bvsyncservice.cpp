@@ -18,6 +18,7 @@
 #include "sync/bvsyncerrors.h"
 #include "sync/bvsyncfilename.h"
 #include "sync/bvsyncservicebackend.h"
+#include "sync/bvsynctimezonefile.h"
 
 namespace {
 
@@ -220,7 +221,8 @@ void BVSyncService::startRun()
     m_lock->setStaleLockTime(0);
     if (!m_lock->tryLock(0)) {
         m_lock.reset();
-        delegateNotifyError(QStringLiteral("Another sync operation is running. Please retry sync when it has finished"));
+        delegateNotifyError(
+            QStringLiteral("Another sync operation is running. Please retry sync when it has finished"));
         return;
     }
     m_context = m_store->newContext();
@@ -228,7 +230,37 @@ void BVSyncService::startRun()
         delegateNotifyError(prepared.error().description());
         return;
     }
-    m_backend->initializeBackend([this]() { post([this]() { fetchChanges(); }); });
+    m_backend->initializeBackend([this]() { post([this]() { agreeTimeZone(); }); });
+}
+
+// Between steps 1 and 2: every machine of the journal reads and writes the files in one zone, the one
+// the first machine recorded, whatever zone this machine is in today.
+void BVSyncService::agreeTimeZone()
+{
+    m_backend->agreeTimeZone(BVSyncTimeZoneFile::proposedZoneId(), [this](const QByteArray &zoneId) {
+        post([this, zoneId]() {
+            const QTimeZone zone(zoneId);
+            if (!zone.isValid()) {
+                delegateNotifyError(QStringLiteral("The sync folder's time zone \"%1\" is not known on this machine")
+                                        .arg(QString::fromUtf8(zoneId)));
+                return;
+            }
+            {
+                QMutexLocker locker(&m_mutex);
+                m_timeZone = zone;
+            }
+            logMessage(QStringLiteral("Sync time zone: %1").arg(QString::fromUtf8(zoneId)));
+            QMetaObject::invokeMethod(
+                this, [this, zoneId]() { Q_EMIT syncTimeZoneKnown(zoneId); }, Qt::QueuedConnection);
+            fetchChanges();
+        });
+    });
+}
+
+QTimeZone BVSyncService::syncTimeZone() const
+{
+    QMutexLocker locker(&m_mutex);
+    return m_timeZone;
 }
 
 // Step 2.
@@ -340,7 +372,7 @@ void BVSyncService::fetchDeletedActivities(std::optional<BVTmpSyncFile> remoteFi
             if (success) {
                 BVTmpSyncFile merged = file;
                 std::expected<void, BvError> result = BVDeletedFile::merge(
-                    *m_context, path, merged, [this](const QString &line) { appendToLog(line); });
+                    *m_context, path, merged, m_timeZone, [this](const QString &line) { appendToLog(line); });
                 if (!result) {
                     delegateNotifyError(result.error().description());
                     return;
@@ -413,8 +445,8 @@ void BVSyncService::mergeNextFile()
                 return;
             }
             BVTmpSyncFile merged = file;
-            std::expected<void, BvError> result
-                = BVMonthFile::merge(*m_context, path, merged, [this](const QString &line) { appendToLog(line); });
+            std::expected<void, BvError> result = BVMonthFile::merge(
+                *m_context, path, merged, m_timeZone, [this](const QString &line) { appendToLog(line); });
             if (!result) {
                 logMessage(failed);
                 delegateNotifyError(result.error().description());
@@ -445,8 +477,8 @@ void BVSyncService::uploadChanges()
         return;
     }
     const QString path = m_cache->filePath(*deletedFile);
-    std::expected<std::optional<QString>, BvError> written
-        = BVDeletedFile::write(*m_context, *deletedFile, path, [this](const QString &line) { appendToLog(line); });
+    std::expected<std::optional<QString>, BvError> written = BVDeletedFile::write(
+        *m_context, *deletedFile, path, m_timeZone, [this](const QString &line) { appendToLog(line); });
     if (!written) {
         delegateNotifyError(written.error().description());
         return;
@@ -491,7 +523,7 @@ void BVSyncService::onDeletedFileUploaded(const QString &revisionValue, const QS
 // Step 7.
 void BVSyncService::uploadActivities()
 {
-    m_monthsToExport = BVMonthYearRange();
+    m_monthsToExport = BVMonthYearRange(m_timeZone);
     for (const BVTmpSyncFile &file : std::as_const(m_cachedFiles))
         m_monthsToExport.addYear(file.year(), file.month());
     // One query for the months, instead of materialising every activity of the journal, which a run with
@@ -501,9 +533,31 @@ void BVSyncService::uploadActivities()
         delegateNotifyError(BVSyncErrors::localStorage(QStringLiteral("18"), months.error()).description());
         return;
     }
+    // The stored month is the local one of the zone the machine was in when the activity was saved; the
+    // files are filed in the sync zone. No two zones are a month apart, so an activity lies in its stored
+    // month's file or a neighbour's: a neighbour is exported too when activities start in it.
+    QSet<int> stored;
     for (int yearMonth : std::as_const(*months)) {
-        if (yearMonth > 0)
-            m_monthsToExport.addYear(uint(yearMonth / 100), uint(yearMonth % 100));
+        if (yearMonth <= 0)
+            continue;
+        stored.insert(yearMonth);
+        m_monthsToExport.addYear(uint(yearMonth / 100), uint(yearMonth % 100));
+    }
+    for (const int yearMonth : std::as_const(stored)) {
+        const QDate first(yearMonth / 100, yearMonth % 100, 1);
+        for (const QDate &neighbour : { first.addMonths(-1), first.addMonths(1) }) {
+            if (!neighbour.isValid() || neighbour.year() < 1
+                || stored.contains(neighbour.year() * 100 + neighbour.month()))
+                continue;
+            const BVMonthDateRange month(uint(neighbour.year()), uint(neighbour.month()), m_timeZone);
+            const std::expected<qint64, BvError> count = BVMonthFile::countForMonth(*m_context, month);
+            if (!count) {
+                delegateNotifyError(BVSyncErrors::localStorage(QStringLiteral("18"), count.error()).description());
+                return;
+            }
+            if (*count > 0)
+                m_monthsToExport.addYear(month.year(), month.month());
+        }
     }
     if (!m_monthsToExport.hasItems()) {
         delegateNotifySuccess();
@@ -571,9 +625,9 @@ void BVSyncService::exportNextFile()
     }
     // The hash of what the file holds: another process may have saved to this month since the check.
     BVTmpSyncFile file(month->year(), month->month(), m_backend->syncMethod(), std::nullopt);
-    file.setActivityHash(BVMonthFile::hashForActivities(*activities));
+    file.setActivityHash(BVMonthFile::hashForActivities(*activities, m_timeZone));
     const QString path = m_cache->filePath(file);
-    if (std::expected<void, BvError> written = BVMonthFile::write(*activities, path); !written) {
+    if (std::expected<void, BvError> written = BVMonthFile::write(*activities, path, m_timeZone); !written) {
         delegateNotifyError(written.error().description());
         return;
     }
@@ -623,7 +677,7 @@ void BVSyncService::removeEmptyMonth(const BVTmpSyncFile &file)
 // Step 9.
 void BVSyncService::cleanup()
 {
-    m_cache->cleanupFiles(*m_context, [this](const std::expected<void, BvError> &result) {
+    m_cache->cleanupFiles(*m_context, m_timeZone, [this](const std::expected<void, BvError> &result) {
         if (!result) {
             delegateNotifyError(result.error().description());
             return;

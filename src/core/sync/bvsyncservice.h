@@ -12,6 +12,7 @@
 #include <QString>
 #include <QStringList>
 #include <QThread>
+#include <QTimeZone>
 
 #include "base/bverror.h"
 #include "sync/bvmonthyearrange.h"
@@ -72,6 +73,9 @@ public:
     QString currentProgressMessage() const;
     // One of Status. Any thread.
     int syncStatus() const { return m_syncStatus.load(); }
+    // The zone the journal's sync files are written in, as the sync folder records it (the first machine
+    // to sync recorded its own); invalid until the run has read it. Any thread.
+    QTimeZone syncTimeZone() const;
 
 public Q_SLOTS:
     // Starts the run (status Running); does nothing when the service has run already.
@@ -87,10 +91,14 @@ Q_SIGNALS:
     void syncServiceFinish(const QString &message);
     void syncServiceError(const QString &details);
     void syncServiceCancelled();
+    // The run read the journal's sync zone (an IANA id) from the sync folder, or recorded this machine's
+    // zone there as the first machine; the files of the run are read and written in it.
+    void syncTimeZoneKnown(const QByteArray &zoneId);
 
 private:
     // All of the following run on the run's thread.
     void startRun();
+    void agreeTimeZone();
     void fetchChanges();
     void onChangesFetched(const QList<BVTmpSyncFile> &changes, bool didFullFetch);
     std::expected<std::optional<BVTmpSyncFile>, BvError> processRemoteChanges(
@@ -134,6 +142,8 @@ private:
     mutable QMutex m_mutex;
     QStringList m_activityLog;
     QString m_currentProgressMessage;
+    // Written once on the run's thread before the first file is touched; read there without the lock.
+    QTimeZone m_timeZone;
 
     // The run's state, touched on m_thread only.
     std::unique_ptr<StoreContext> m_context;

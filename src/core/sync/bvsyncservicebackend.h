@@ -3,6 +3,7 @@
 #include <functional>
 #include <optional>
 
+#include <QByteArray>
 #include <QList>
 #include <QString>
 
@@ -23,6 +24,8 @@ public:
     using DownloadCallback = std::function<void(bool success)>;
     // The revision value of the file now stored remotely.
     using UploadBlock = std::function<void(const QString &revisionValue)>;
+    // The IANA id of the journal's sync zone.
+    using TimeZoneHandler = std::function<void(const QByteArray &zoneId)>;
 
     virtual ~BVSyncServiceBackend() = default;
 
@@ -37,6 +40,12 @@ public:
 
     // Makes the backend ready (account checked); the completion follows.
     virtual void initializeBackend(Completion completion) = 0;
+    // The zone the journal's sync files are written in, recorded in the sync folder as
+    // BVSyncTimeZoneFile::FileName beside the month files. When the folder holds none, records
+    // `proposedZoneId` there, only if there is still none (a file another machine wrote meanwhile wins, as
+    // an upload that expects no file is refused), and hands back what the folder holds then. A file that
+    // BVSyncTimeZoneFile::read refuses is a failure: guessing a zone would shift every activity.
+    virtual void agreeTimeZone(const QByteArray &proposedZoneId, TimeZoneHandler andHandler) = 0;
     // Forgets the change cursor, so that the next fetch lists the whole folder.
     virtual void deleteSavepoint() = 0;
     // Lists the remote changes, given the descriptors of the locally cached month files.
