@@ -179,7 +179,8 @@ void TestStore::refusesUnusableFiles_data()
     QTest::newRow("store from a newer version")
         << "newer"
         << "NSCocoaErrorDomain" << 134100
-        << "The store “%2” has version 6, which this version of Brimvale cannot open.";
+        << "The store “%2” has version 6, newer than version 5, the newest this version of Brimvale knows; it was "
+           "left untouched. Open it with the Brimvale that wrote it.";
     QTest::newRow("database of another program")
         << "foreign"
         << "NSCocoaErrorDomain" << 259

@@ -12,6 +12,7 @@
 
 #include "base/clock.h"
 #include "base/logging.h"
+#include "model/bvmigrationmanager.h"
 #include "model/storecontext.h"
 #include "model/storeerrors.h"
 #include "model/storeschema.h"
@@ -55,6 +56,11 @@ std::expected<std::unique_ptr<Store>, BvError> Store::open(const StoreOptions &o
         const BvError error = StoreErrors::folderIsFile(dbDir);
         qCCritical(lcStore).noquote() << error.description();
         return std::unexpected(error);
+    }
+
+    if (!options.skipMigrations) {
+        if (auto upgraded = BvMigrationManager::upgrade(base, kStoreFile, options.clock); !upgraded)
+            return std::unexpected(upgraded.error());
     }
 
     const QString path = QDir(dbDir).filePath(kStoreFile);
@@ -225,7 +231,7 @@ std::expected<void, BvError> Store::prepareSchema(bool skipMigrations)
     if (contents->version == 0 && contents->hasTables)
         return fail(StoreErrors::foreignFile(m_path));
     if (contents->version != 0 && contents->version != StoreSchema::Version) {
-        const BvError error = StoreErrors::incompatibleVersion(m_path, contents->version);
+        const BvError error = StoreErrors::incompatibleVersion(m_path, contents->version, StoreSchema::Version);
         qCCritical(lcStore).noquote()
             << QStringLiteral("Error occurred while trying to migrating store: %1; %2").arg(m_path, error.message());
         return std::unexpected(error);

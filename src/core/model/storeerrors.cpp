@@ -66,12 +66,14 @@ BvError initializationFailed()
         QStringLiteral("There was an error building up the data file."));
 }
 
-BvError incompatibleVersion(const QString &path, int version)
+BvError incompatibleVersion(const QString &path, int version, int known)
 {
-    return BvError(QString::fromLatin1(BvErrorDomain::Cocoa), NewerVersionCode,
-        QStringLiteral("The store “%1” has version %2, which this version of Brimvale cannot open.")
-            .arg(path)
-            .arg(version));
+    const QString text = version > known
+        ? QStringLiteral("The store “%1” has version %2, newer than version %3, the newest this version of Brimvale "
+                         "knows; it was left untouched. Open it with the Brimvale that wrote it.")
+        : QStringLiteral("The store “%1” has version %2, which this version of Brimvale (store version %3) cannot "
+                         "open.");
+    return BvError(QString::fromLatin1(BvErrorDomain::Cocoa), NewerVersionCode, text.arg(path).arg(version).arg(known));
 }
 
 BvError foreignFile(const QString &path)

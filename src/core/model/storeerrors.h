@@ -25,8 +25,9 @@ BvError folderIsFile(const QString &path);
 BvError folderUnusable(const QString &path, const QString &reason);
 // Asked for a context when the store could not be opened.
 BvError initializationFailed();
-// The file was written by a later version of Brimvale, or one that needs upgrading first.
-BvError incompatibleVersion(const QString &path, int version);
+// The file has schema `version`, which this program (whose stores have schema `known`) cannot open: a newer
+// one, or one older than any it can upgrade.
+BvError incompatibleVersion(const QString &path, int version, int known);
 // The file is an SQLite database of another program: it has tables but no version of ours.
 BvError foreignFile(const QString &path);
 // The store at `path` cannot be written because the file or its folder cannot.

@@ -85,6 +85,14 @@ std::expected<StoreSchema::Contents, BvError> StoreSchema::contents(QSqlDatabase
     return contents;
 }
 
+QStringList StoreSchema::statements()
+{
+    QStringList list;
+    for (const char *statement : kStatements)
+        list.append(QString::fromLatin1(statement));
+    return list;
+}
+
 std::expected<void, BvError> StoreSchema::create(QSqlDatabase &db)
 {
     QSqlQuery query(db);

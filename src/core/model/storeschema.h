@@ -3,6 +3,7 @@
 #include <expected>
 
 #include <QSqlDatabase>
+#include <QStringList>
 
 #include "base/bverror.h"
 
@@ -22,6 +23,8 @@ public:
 
     // What the file holds, read without writing anything.
     static std::expected<Contents, BvError> contents(QSqlDatabase &db);
+    // The statements that create every table and index of the current version, in order.
+    static QStringList statements();
     // Creates every table and index of the current version in one transaction.
     static std::expected<void, BvError> create(QSqlDatabase &db);
     // Brings every project's and task's name_key up to NameKey in one transaction, when any differs. Names

@@ -1,0 +1,508 @@
+#include <csignal>
+
+#include <QtTest>
+
+#include <QProcess>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+
+#include "fakes/fakeclock.h"
+#include "model/bvmigrationmanager.h"
+#include "model/store.h"
+#include "model/storecontext.h"
+#include "support/isolatedhome.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+// 2024-03-03 10:00 in Berlin; the n-th activity starts n hours later.
+const QDateTime kFirstStart(QDate(2024, 3, 3), QTime(10, 0), QTimeZone("Europe/Berlin"));
+
+QString uidOf(int i)
+{
+    return u"%1-0000-4000-8000-000000000000"_s.arg(i, 8, 16, QLatin1Char('0')).toUpper();
+}
+
+QStringList logLines;
+
+void captureStoreLog(QtMsgType, const QMessageLogContext &context, const QString &message)
+{
+    if (qstrcmp(context.category, "brimvale.store") == 0)
+        logLines.append(message);
+}
+
+// Every file under `dir` with its content and time, to tell whether anything was written, made or moved.
+QMap<QString, QString> filesIn(const QString &dir)
+{
+    QMap<QString, QString> files;
+    QDirIterator it(dir, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        QFile file(path);
+        file.open(QIODevice::ReadOnly);
+        files.insert(QDir(dir).relativeFilePath(path),
+            QString::fromLatin1(QCryptographicHash::hash(file.readAll(), QCryptographicHash::Md5).toHex()) + u' '
+                + QString::number(it.fileInfo().lastModified().toMSecsSinceEpoch()));
+    }
+    return files;
+}
+
+// Runs `body` on a connection of its own to `path`, as another program (or an older Brimvale) would.
+template<typename Body> bool withDatabase(const QString &path, Body body)
+{
+    bool done = false;
+    {
+        QSqlDatabase db = QSqlDatabase::addDatabase(u"QSQLITE"_s, u"fixture"_s);
+        db.setDatabaseName(path);
+        done = db.open() && body(db);
+        db.close();
+    }
+    QSqlDatabase::removeDatabase(u"fixture"_s);
+    return done;
+}
+
+bool exec(QSqlQuery &query, const QString &sql, const QVariantList &binds = {})
+{
+    query.prepare(sql);
+    for (const QVariant &bind : binds)
+        query.addBindValue(bind);
+    if (query.exec())
+        return true;
+    qWarning() << sql << query.lastError().text();
+    return false;
+}
+
+// A store as an older Brimvale wrote it: its schema, two projects and tasks, `count` activities an hour
+// apart (the first linked to both tasks), one deletion record and one month file record.
+bool writeStore(const QString &path, int version, int count)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    return withDatabase(path, [&](QSqlDatabase &db) {
+        QSqlQuery query(db);
+        bool ok = exec(query, u"PRAGMA journal_mode = WAL"_s) && db.transaction();
+        for (const QString &statement : BvMigrationManager::models().value(version))
+            ok = ok && exec(query, statement);
+        ok = ok
+            && exec(query,
+                u"INSERT INTO projects (id, name, name_key) VALUES (1, 'Acme', 'acme'), (2, 'Globex', 'globex')"_s)
+            && exec(query,
+                u"INSERT INTO tasks (id, name, name_key) VALUES (1, 'design', 'design'), (2, 'Review', 'review')"_s)
+            && exec(query,
+                u"INSERT INTO deleted_activities (uid, deleted_at, is_synced) VALUES ('GONE', 1709459000000, 1)"_s)
+            && exec(query, u"INSERT INTO sync_files (name, revision, activity_hash) VALUES ('2024-03', 'x:1', 'ab')"_s);
+        // Version 5 keeps the month key; the fixtures of this suite start in March 2024.
+        const bool yearMonth = version >= 5;
+        ok = ok
+            && query.prepare(u"INSERT INTO activities (id, uid, text, time_from, time_to, created_at, modified_at,"
+                             " is_invoiced, project_id%1) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?%2)"_s.arg(
+                                 yearMonth ? u", year_month"_s : QString(), yearMonth ? u", 202403"_s : QString()));
+        for (int i = 0; ok && i < count; ++i) {
+            const qint64 from = kFirstStart.addSecs(i * 3600LL).toMSecsSinceEpoch();
+            for (const QVariant &value :
+                QVariantList { i + 1, uidOf(i), u"@Acme #design #Review work %1"_s.arg(i), from,
+                    from + (i % 50 + 1) * 60000LL, from, from, i % 2, i % 3 == 0 ? QVariant() : QVariant(1 + i % 2) })
+                query.addBindValue(value);
+            ok = query.exec();
+        }
+        ok = ok && exec(query, u"INSERT INTO activity_tasks VALUES (1, 1), (1, 2)"_s)
+            && exec(query, u"PRAGMA user_version = %1"_s.arg(version)) && db.commit();
+        return ok;
+    });
+}
+
+QVariant scalar(QSqlDatabase &db, const QString &sql)
+{
+    QSqlQuery query(db);
+    return query.exec(sql) && query.next() ? query.value(0) : QVariant();
+}
+
+// The tables and indexes of a file as SQLite keeps them, to compare schemas.
+QStringList schemaOf(QSqlDatabase &db)
+{
+    QSqlQuery query(u"SELECT type, name, sql FROM sqlite_master ORDER BY type, name"_s, db);
+    QStringList schema;
+    while (query.next())
+        schema.append(query.value(0).toString() + u' ' + query.value(1).toString() + u' ' + query.value(2).toString());
+    return schema;
+}
+
+bool run(const QString &program, const QStringList &arguments)
+{
+    QProcess process;
+    process.start(program, arguments);
+    return process.waitForFinished() && process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0;
+}
+
+} // namespace
+
+class TestBvMigrationManager : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void migratesOlderStoresInOneLaunch_data();
+    void migratesOlderStoresInOneLaunch();
+    void leavesStoresItNeedNotOrMayNotMigrateUntouched_data();
+    void leavesStoresItNeedNotOrMayNotMigrateUntouched();
+    void layoutMoveRefusesWrongKinds_data();
+    void layoutMoveRefusesWrongKinds();
+    void failedMigrationLeavesStoreAsItWas_data();
+    void failedMigrationLeavesStoreAsItWas();
+    void interruptedMigrationLosesNothing_data();
+    void interruptedMigrationLosesNothing();
+
+private:
+    QString dataDir() const { return m_home->applicationFilesDirectory(); }
+    QString dbDir() const { return dataDir() + u"/db"_s; }
+    QString storeFile() const { return dbDir() + u"/storedata"_s; }
+    std::expected<std::unique_ptr<Store>, BvError> open();
+    bool mountTmpfs(const QString &dir, qint64 bytes);
+
+    std::unique_ptr<IsolatedHome> m_home;
+    QString m_tmp;
+    QStringList m_mounts;
+    FakeClock m_clock { QDateTime(QDate(2024, 3, 12), QTime(9, 30), QTimeZone("Europe/Berlin")) };
+    QtMessageHandler m_previousHandler = nullptr;
+};
+
+void TestBvMigrationManager::init()
+{
+    m_home = std::make_unique<IsolatedHome>();
+    m_tmp = m_home->root() + u"/tmp"_s;
+    QDir().mkpath(m_tmp);
+    qputenv("TMPDIR", QFile::encodeName(m_tmp));
+    logLines.clear();
+    m_previousHandler = qInstallMessageHandler(captureStoreLog);
+}
+
+void TestBvMigrationManager::cleanup()
+{
+    qInstallMessageHandler(m_previousHandler);
+    for (const QString &mount : std::as_const(m_mounts))
+        run(u"umount"_s, { u"-l"_s, mount });
+    m_mounts.clear();
+    qunsetenv("TMPDIR");
+    m_home.reset();
+}
+
+std::expected<std::unique_ptr<Store>, BvError> TestBvMigrationManager::open()
+{
+    StoreOptions options;
+    options.applicationFilesDirectory = dataDir();
+    options.clock = &m_clock;
+    return Store::open(options);
+}
+
+bool TestBvMigrationManager::mountTmpfs(const QString &dir, qint64 bytes)
+{
+    QDir().mkpath(dir);
+    if (!run(u"mount"_s, { u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=%1"_s.arg(bytes), u"tmpfs"_s, dir }))
+        return false;
+    m_mounts.append(dir);
+    return true;
+}
+
+void TestBvMigrationManager::migratesOlderStoresInOneLaunch_data()
+{
+    QTest::addColumn<int>("version");
+    QTest::addColumn<bool>("oldLayout");
+    QTest::addColumn<QStringList>("steps");
+    QTest::newRow("version 3") << 3 << false << QStringList { u"3-4"_s, u"4-5"_s };
+    QTest::newRow("version 4") << 4 << false << QStringList { u"4-5"_s };
+    QTest::newRow("version 3 beside db") << 3 << true << QStringList { u"3-4"_s, u"4-5"_s };
+}
+
+void TestBvMigrationManager::migratesOlderStoresInOneLaunch()
+{
+    QFETCH(int, version);
+    QFETCH(bool, oldLayout);
+    QFETCH(QStringList, steps);
+    // 700 hours reach into April: 2024-04-01 00:30 in Berlin is still March in UTC.
+    constexpr int count = 700;
+    QVERIFY(writeStore(oldLayout ? dataDir() + u"/storedata"_s : storeFile(), version, count));
+
+    {
+        auto store = open();
+        QVERIFY2(store, qPrintable(store ? QString() : store.error().message()));
+        QCOMPARE(*(*store)->newContext()->countActivities(), count);
+    }
+
+    QStringList made;
+    for (const QString &line : std::as_const(logLines))
+        if (line.startsWith(u"Migration store path: "_s))
+            made.append(line.mid(22));
+    QCOMPARE(made.size(), steps.size());
+    for (qsizetype i = 0; i < made.size(); ++i) {
+        QVERIFY2(QRegularExpression(u"^%1/brimvale-migration-%2\\.[A-Za-z0-9]{8}$"_s.arg(m_tmp, steps.at(i)))
+                     .match(made.at(i))
+                     .hasMatch(),
+            qPrintable(made.at(i)));
+        QVERIFY(!QFileInfo::exists(made.at(i)));
+    }
+    QCOMPARE(QDir(dataDir()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList { u"db"_s });
+
+    QString freshFile = m_home->root() + u"/fresh/storedata"_s;
+    QDir().mkpath(QFileInfo(freshFile).absolutePath());
+    QStringList fresh;
+    QVERIFY(withDatabase(freshFile, [&](QSqlDatabase &db) {
+        for (const QString &statement : BvMigrationManager::models().value(5))
+            QSqlQuery(statement, db);
+        fresh = schemaOf(db);
+        return true;
+    }));
+    QVERIFY(withDatabase(storeFile(), [&](QSqlDatabase &db) {
+        [&] {
+            QCOMPARE(scalar(db, u"PRAGMA user_version"_s).toInt(), 5);
+            QCOMPARE(scalar(db, u"PRAGMA journal_mode"_s).toString(), u"wal"_s);
+            QCOMPARE(schemaOf(db), fresh);
+            QCOMPARE(
+                scalar(db, u"SELECT count(DISTINCT uid) FROM activities WHERE uid GLOB '*-0000-4000-8000-*'"_s).toInt(),
+                count);
+            // The month key is the start's month in the local calendar (TZ=Europe/Berlin).
+            QCOMPARE(scalar(db, u"SELECT year_month FROM activities WHERE uid = '%1'"_s.arg(uidOf(0))).toInt(), 202403);
+            const int april
+                = int(kFirstStart.secsTo(QDateTime(QDate(2024, 4, 1), QTime(0, 0), QTimeZone("Europe/Berlin"))) / 3600);
+            QCOMPARE(scalar(db, u"SELECT year_month FROM activities WHERE uid = '%1'"_s.arg(uidOf(april - 1))).toInt(),
+                202403);
+            QCOMPARE(
+                scalar(db, u"SELECT year_month FROM activities WHERE uid = '%1'"_s.arg(uidOf(april))).toInt(), 202404);
+            QCOMPARE(scalar(db, u"SELECT count(*) FROM activities WHERE year_month = 0"_s).toInt(), 0);
+            QCOMPARE(scalar(db,
+                         u"SELECT group_concat(t.name) FROM activity_tasks l JOIN tasks t ON t.id = l.task_id"
+                         " WHERE l.activity_id = 1"_s)
+                         .toString(),
+                u"design,Review"_s);
+            QCOMPARE(scalar(db, u"SELECT count(*) FROM activities WHERE project_id = 2"_s).toInt(), count / 3);
+            QCOMPARE(scalar(db, u"SELECT uid || is_synced FROM deleted_activities"_s).toString(), u"GONE1"_s);
+            QCOMPARE(scalar(db, u"SELECT name || revision || activity_hash FROM sync_files"_s).toString(),
+                u"2024-03x:1ab"_s);
+            // Version 3 had no bound on spans; the step to 4 sets it from the activities, the longest 50 minutes.
+            QCOMPARE(scalar(db, u"SELECT group_concat(max_span) FROM activity_bounds"_s).toLongLong(),
+                version == 3 ? 50 * 60000LL : 0LL);
+        }();
+        return !QTest::currentTestFailed();
+    }));
+}
+
+void TestBvMigrationManager::leavesStoresItNeedNotOrMayNotMigrateUntouched_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<QString>("error"); // %1: the store file
+    QTest::addColumn<QString>("log");
+    QTest::newRow("current version") << u"5"_s << QString() << QString();
+    QTest::newRow("newer version")
+        << u"6"_s
+        << u"The store “%1” has version 6, newer than version 5, the newest this version of Brimvale knows; it was "
+           "left untouched. Open it with the Brimvale that wrote it."_s
+        << u"Error occurred while trying to migrating store: %1; "_s;
+    QTest::newRow("older than any known") << u"2"_s
+                                          << u"The store “%1” has version 2, which this version of Brimvale (store "
+                                             "version 5) cannot open."_s
+                                          << u"Error occurred while trying to migrating store: %1; "_s;
+    QTest::newRow("not SQLite") << u"garbage"_s << QString()
+                                << u"Failed to get metadata when performing migration, will skip migration. Error "
+                                   "domain: NSSQLiteErrorDomain, error code: 26, description: Could not use the store "
+                                   "“%1”: file is not a database."_s;
+    QTest::newRow("no store") << u"none"_s << QString() << QString();
+}
+
+void TestBvMigrationManager::leavesStoresItNeedNotOrMayNotMigrateUntouched()
+{
+    QFETCH(QString, kind);
+    QFETCH(QString, error);
+    QFETCH(QString, log);
+    if (kind == u"garbage"_s) {
+        QDir().mkpath(dbDir());
+        QFile file(storeFile());
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QByteArray(8192, 'x'));
+    } else if (kind != u"none"_s) {
+        QVERIFY(writeStore(storeFile(), kind.toInt() == 6 ? 5 : kind.toInt() == 2 ? 3 : kind.toInt(), 3));
+        if (kind.toInt() != 5)
+            QVERIFY(withDatabase(storeFile(),
+                [&](QSqlDatabase &db) { return QSqlQuery(db).exec(u"PRAGMA user_version = %1"_s.arg(kind)); }));
+    }
+    const auto before = filesIn(m_home->root());
+
+    for (int launch = 0; launch < 2; ++launch) {
+        logLines.clear();
+        const auto upgraded = BvMigrationManager::upgrade(dataDir(), u"storedata"_s, &m_clock);
+        QCOMPARE(upgraded ? QString() : upgraded.error().description(), QString(error).replace(u"%1"_s, storeFile()));
+        QCOMPARE(filesIn(m_home->root()), before);
+        if (!log.isEmpty())
+            QVERIFY2(logLines.join(u'\n').contains(QString(log).replace(u"%1"_s, storeFile())),
+                qPrintable(logLines.join(u'\n')));
+        QVERIFY(!logLines.join(u'\n').contains(u"Migrate store to version"_s));
+    }
+    QCOMPARE(QFileInfo(dbDir()).isDir(), true);
+}
+
+void TestBvMigrationManager::layoutMoveRefusesWrongKinds_data()
+{
+    QTest::addColumn<QString>("kind");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("error"); // %1: db/storedata
+    QTest::addColumn<QString>("log");
+    QTest::newRow("storedata is a folder")
+        << u"storedata folder"_s << 101 << u"Expected a file to store application data, found a directory (%1)."_s
+        << u"Error: Expects db/storedata to be a file, but it's a directory"_s;
+    QTest::newRow("db is a file") << u"db file"_s << 102
+                                  << u"Expected a directory to store application data, found a file (%1)."_s
+                                  << u"Error: Expects db/ to be a directory but it's a file"_s;
+}
+
+void TestBvMigrationManager::layoutMoveRefusesWrongKinds()
+{
+    QFETCH(QString, kind);
+    QFETCH(int, code);
+    QFETCH(QString, error);
+    QFETCH(QString, log);
+    QVERIFY(writeStore(dataDir() + u"/storedata"_s, 3, 3));
+    if (kind == u"storedata folder"_s) {
+        QVERIFY(QDir().mkpath(storeFile()));
+    } else {
+        QFile file(dbDir());
+        QVERIFY(file.open(QIODevice::WriteOnly));
+    }
+    const auto before = filesIn(m_home->root());
+    for (int launch = 0; launch < 2; ++launch) {
+        const auto moved = BvMigrationManager::migrateStore(u"storedata"_s, dataDir());
+        QVERIFY(!moved);
+        QCOMPARE(moved.error().domain(), u"BV_STORE_ERROR"_s);
+        QCOMPARE(moved.error().code(), code);
+        QCOMPARE(moved.error().description(), error.arg(storeFile()));
+        QVERIFY(logLines.contains(log));
+        QCOMPARE(filesIn(m_home->root()), before);
+    }
+}
+
+void TestBvMigrationManager::failedMigrationLeavesStoreAsItWas_data()
+{
+    QTest::addColumn<QString>("cause");
+    QTest::addColumn<QString>("domain");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("error"); // %1: the temporary folder, %2: the data folder
+    QTest::newRow("temporary folder missing")
+        << u"no tmp"_s << u"NSCocoaErrorDomain"_s << 512
+        << u"The folder “%1/brimvale-migration-3-4.XXXXXXXX” could not be created."_s;
+    QTest::newRow("temporary disk full") << u"full tmp"_s << u"NSSQLiteErrorDomain"_s << 13
+                                         << u"Could not use the store “%1/brimvale-migration-3-4."_s;
+    QTest::newRow("store disk full") << u"full data"_s << u"NSCocoaErrorDomain"_s << 512
+                                     << u"“%1/brimvale-migration-3-4."_s;
+    QTest::newRow("every backup name taken") << u"backups"_s << u"Brimvale"_s << 8001
+                                             << u"Can't create backup of current store, can't generate unique dir"_s;
+}
+
+void TestBvMigrationManager::failedMigrationLeavesStoreAsItWas()
+{
+    QFETCH(QString, cause);
+    QFETCH(QString, domain);
+    QFETCH(int, code);
+    QFETCH(QString, error);
+    constexpr int count = 4000;
+    QVERIFY(writeStore(storeFile(), 3, count));
+    const qint64 storeBytes = QFileInfo(storeFile()).size();
+    QString tmp = m_tmp;
+    if (cause == u"no tmp"_s) {
+        tmp = m_tmp + u"/missing"_s;
+    } else if (cause == u"full tmp"_s) {
+        tmp = m_tmp + u"/small"_s;
+        if (!mountTmpfs(tmp, storeBytes / 2))
+            QSKIP("mounting a tmpfs needs root");
+    } else if (cause == u"full data"_s) {
+        // Room for the store, not for its migrated copy beside it.
+        const QString saved = m_home->root() + u"/saved"_s;
+        QVERIFY(QDir().rename(dataDir(), saved));
+        if (!mountTmpfs(dataDir(), storeBytes * 3 / 2))
+            QSKIP("mounting a tmpfs needs root");
+        QVERIFY(QDir().mkpath(dbDir()));
+        QVERIFY(QFile::copy(saved + u"/db/storedata"_s, storeFile()));
+    } else {
+        for (int i = 0; i < 100; ++i)
+            QVERIFY(QDir().mkpath(dataDir() + u"/db-backup-2024-03-12-09-30"_s + (i ? u"-%1"_s.arg(i) : QString())));
+    }
+    qputenv("TMPDIR", QFile::encodeName(tmp));
+    const auto before = filesIn(dataDir());
+
+    QString firstError;
+    for (int launch = 0; launch < 2; ++launch) {
+        const auto store = open();
+        QVERIFY(!store);
+        QCOMPARE(store.error().domain(), domain);
+        QCOMPARE(store.error().code(), code);
+        QVERIFY2(store.error().description().startsWith(error.arg(tmp)), qPrintable(store.error().message()));
+        if (launch == 0)
+            firstError = store.error().message();
+        // The next launch meets the same state and says the same, apart from the temporary name.
+        QCOMPARE(store.error().message().section(u"brimvale-migration"_s, 0, 0),
+            firstError.section(u"brimvale-migration"_s, 0, 0));
+        QCOMPARE(filesIn(dataDir()), before);
+        QCOMPARE(QDir(tmp).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+    }
+    QVERIFY(logLines.join(u'\n').contains(u"Error occurred while trying to migrating store: %1"_s.arg(storeFile())));
+
+    // Once the cause is gone the store migrates with everything in it.
+    qputenv("TMPDIR", QFile::encodeName(m_tmp));
+    if (cause == u"backups"_s)
+        m_clock.advance(60 * 1000);
+    if (cause == u"full data"_s)
+        QVERIFY(run(u"mount"_s, { u"-o"_s, u"remount,size=%1"_s.arg(storeBytes * 4), dataDir() }));
+    const auto store = open();
+    QVERIFY2(store, qPrintable(store ? QString() : store.error().message()));
+    QCOMPARE(*(*store)->newContext()->countActivities(), count);
+}
+
+void TestBvMigrationManager::interruptedMigrationLosesNothing_data()
+{
+    QTest::addColumn<QString>("killWhen");
+    QTest::newRow("killed while migrating to 4") << u"brimvale-migration-3-4.*"_s;
+    QTest::newRow("killed while migrating to 5") << u"brimvale-migration-4-5.*"_s;
+    QTest::newRow("killed between backup and swap") << QString();
+}
+
+void TestBvMigrationManager::interruptedMigrationLosesNothing()
+{
+    QFETCH(QString, killWhen);
+    constexpr int count = 60000;
+    QVERIFY(writeStore(storeFile(), 3, count));
+
+    if (killWhen.isEmpty()) {
+        // What a kill after the store folder went to its backup leaves: no store, the backup, and a
+        // migrated copy that may be incomplete.
+        QVERIFY(QDir().rename(dbDir(), dataDir() + u"/db-backup-2024-03-12-09-30-99"_s));
+        QVERIFY(QDir().mkpath(dataDir() + u"/db-migrated"_s));
+        QFile partial(dataDir() + u"/db-migrated/storedata"_s);
+        QVERIFY(partial.open(QIODevice::WriteOnly));
+        partial.write(QByteArray(4096, '\0'));
+    } else {
+        QProcess writer;
+        writer.start(QStringLiteral(BRIMVALE_STORE_WRITER), { dataDir() });
+        QVERIFY(writer.waitForStarted());
+        // Poll for the step's temporary store: the migration is then half-way through that step.
+        bool seen = false;
+        while (!seen && writer.state() == QProcess::Running) {
+            for (const QFileInfo &dir : QDir(m_tmp).entryInfoList({ killWhen }, QDir::Dirs))
+                seen = seen || QFileInfo::exists(dir.filePath() + u"/storedata"_s);
+        }
+        QVERIFY2(seen, "the migration ended before the step could be interrupted");
+        QVERIFY(::kill(pid_t(writer.processId()), SIGKILL) == 0);
+        QVERIFY(writer.waitForFinished());
+        // Whatever the state, the store in "db" is complete and readable.
+        QVERIFY(withDatabase(storeFile(),
+            [&](QSqlDatabase &db) { return scalar(db, u"SELECT count(*) FROM activities"_s).toInt() == count; }));
+    }
+
+    auto store = open();
+    QVERIFY2(store, qPrintable(store ? QString() : store.error().message()));
+    QCOMPARE(*(*store)->newContext()->countActivities(), count);
+    store->reset();
+    QCOMPARE(QDir(dataDir()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList { u"db"_s });
+}
+
+QTEST_GUILESS_MAIN(TestBvMigrationManager)
+#include "testbvmigrationmanager.moc"
