@@ -149,6 +149,7 @@ private Q_SLOTS:
     void migratesOlderStoresInOneLaunch();
     void leavesStoresItNeedNotOrMayNotMigrateUntouched_data();
     void leavesStoresItNeedNotOrMayNotMigrateUntouched();
+    void skipMigrationsOpensTheFileAsItIs();
     void layoutMoveRefusesWrongKinds_data();
     void layoutMoveRefusesWrongKinds();
     void failedMigrationLeavesStoreAsItWas_data();
@@ -225,6 +226,13 @@ void TestBvMigrationManager::migratesOlderStoresInOneLaunch()
     // 700 hours reach into April: 2024-04-01 00:30 in Berlin is still March in UTC.
     constexpr int count = 700;
     QVERIFY(writeStore(oldLayout ? dataDir() + u"/storedata"_s : storeFile(), version, count));
+    if (oldLayout) {
+        // What a crash of an old version left beside the store: its write-ahead log and index, empty.
+        for (const QString &side : { u"/storedata-wal"_s, u"/storedata-shm"_s }) {
+            QFile file(dataDir() + side);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+        }
+    }
 
     {
         auto store = open();
@@ -340,6 +348,24 @@ void TestBvMigrationManager::leavesStoresItNeedNotOrMayNotMigrateUntouched()
         QVERIFY(!logLines.join(u'\n').contains(u"Migrate store to version"_s));
     }
     QCOMPARE(QFileInfo(dbDir()).isDir(), true);
+}
+
+void TestBvMigrationManager::skipMigrationsOpensTheFileAsItIs()
+{
+    QVERIFY(writeStore(storeFile(), 3, 3));
+    const auto before = filesIn(dataDir());
+    StoreOptions options;
+    options.applicationFilesDirectory = dataDir();
+    options.skipMigrations = true;
+    const auto skipped = Store::open(options);
+    QVERIFY(!skipped);
+    QCOMPARE(skipped.error().description(),
+        u"The store “%1” has version 3, which this version of Brimvale (store version 5) cannot open."_s.arg(
+            storeFile()));
+    QVERIFY(logLines.contains(u"Skipping migrations"_s));
+    QVERIFY(!logLines.join(u'\n').contains(u"Migrate store to version"_s));
+    QCOMPARE(filesIn(dataDir()), before);
+    QVERIFY(open());
 }
 
 void TestBvMigrationManager::layoutMoveRefusesWrongKinds_data()
