@@ -156,6 +156,7 @@ private Q_SLOTS:
     void failedMigrationLeavesStoreAsItWas();
     void interruptedMigrationLosesNothing_data();
     void interruptedMigrationLosesNothing();
+    void simultaneousOpeningsLoseNoWrite();
 
 private:
     QString dataDir() const { return m_home->applicationFilesDirectory(); }
@@ -528,6 +529,39 @@ void TestBvMigrationManager::interruptedMigrationLosesNothing()
     QCOMPARE(*(*store)->newContext()->countActivities(), count);
     store->reset();
     QCOMPARE(QDir(dataDir()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList { u"db"_s });
+}
+
+void TestBvMigrationManager::simultaneousOpeningsLoseNoWrite()
+{
+    constexpr int count = 20000;
+    QVERIFY(writeStore(storeFile(), 3, count));
+    // Two processes open the old store at once and each writes as soon as its opening is done.
+    QProcess writers[2];
+    for (QProcess &writer : writers)
+        writer.start(QStringLiteral(BRIMVALE_STORE_WRITER), { dataDir() });
+    for (QProcess &writer : writers)
+        QVERIFY(writer.waitForStarted());
+    QStringList written[2];
+    while (written[0].size() < 20 || written[1].size() < 20) {
+        for (int i = 0; i < 2; ++i) {
+            QVERIFY2(writers[i].state() == QProcess::Running, writers[i].readAllStandardError().constData());
+            writers[i].waitForReadyRead(10);
+            while (writers[i].canReadLine())
+                written[i].append(QString::fromLatin1(writers[i].readLine().trimmed()));
+        }
+    }
+    for (QProcess &writer : writers) {
+        writer.kill();
+        writer.waitForFinished();
+    }
+
+    QVERIFY(open());
+    const QStringList all = written[0] + written[1];
+    QVERIFY(withDatabase(storeFile(), [&](QSqlDatabase &db) {
+        return scalar(db, u"SELECT count(*) FROM activities WHERE uid IN ('%1')"_s.arg(all.join(u"','"_s))).toInt()
+            == all.size()
+            && scalar(db, u"SELECT count(*) FROM activities WHERE uid GLOB '*-0000-4000-8000-*'"_s).toInt() == count;
+    }));
 }
 
 QTEST_GUILESS_MAIN(TestBvMigrationManager)

@@ -5,6 +5,7 @@
 #include <QDir>
 #include <QDirIterator>
 #include <QFileInfo>
+#include <QLockFile>
 #include <QSaveFile>
 #include <QTemporaryFile>
 #include <QTimeZone>
@@ -438,6 +439,13 @@ std::expected<void, BvError> BvMigrationManager::migrateStore(const QString &nam
 std::expected<void, BvError> BvMigrationManager::upgrade(
     const QString &applicationFilesDirectory, const QString &name, Clock *clock)
 {
+    // The app, the command line and a sync run may open the store at the same moment. Without the lock a
+    // second migration could swap its copy of the old store over the first one's result after the first
+    // process had already written to it. A folder where no lock file can be made cannot be migrated
+    // either, and the steps report why.
+    QLockFile lock(QDir(applicationFilesDirectory).filePath(QStringLiteral("db-migration.lock")));
+    lock.setStaleLockTime(0);
+    lock.lock();
     restoreInterruptedSwap(applicationFilesDirectory, name);
     if (auto moved = migrateStore(name, applicationFilesDirectory); !moved)
         return moved;
