@@ -149,6 +149,8 @@ private Q_SLOTS:
     void migratesOlderStoresInOneLaunch();
     void leavesStoresItNeedNotOrMayNotMigrateUntouched_data();
     void leavesStoresItNeedNotOrMayNotMigrateUntouched();
+    void stepsNeedTheirMappingAndFirstErrorWins_data();
+    void stepsNeedTheirMappingAndFirstErrorWins();
     void skipMigrationsOpensTheFileAsItIs();
     void layoutMoveRefusesWrongKinds_data();
     void layoutMoveRefusesWrongKinds();
@@ -349,6 +351,51 @@ void TestBvMigrationManager::leavesStoresItNeedNotOrMayNotMigrateUntouched()
         QVERIFY(!logLines.join(u'\n').contains(u"Migrate store to version"_s));
     }
     QCOMPARE(QFileInfo(dbDir()).isDir(), true);
+}
+
+void TestBvMigrationManager::stepsNeedTheirMappingAndFirstErrorWins_data()
+{
+    QTest::addColumn<int>("version");
+    QTest::addColumn<QList<int>>("steps"); // the version of each step; negative: without mapping model
+    QTest::addColumn<QList<bool>>("answers");
+    QTest::addColumn<int>("finalVersion");
+    QTest::addColumn<QString>("error"); // the start of the first error; %1: the temporary folder
+    QTest::newRow("inferred step to 4, mapped step to 5")
+        << 3 << QList<int> { -4, 5 } << QList<bool> { true, true } << 5 << QString();
+    QTest::newRow("from 3 straight to 5")
+        << 3 << QList<int> { 5, 4 } << QList<bool> { false, false } << 3 << u"Mapping model not found!"_s;
+    QTest::newRow("inferred step cannot fill the month key")
+        << 4 << QList<int> { -5, 5 } << QList<bool> { false, false } << 4
+        << u"Could not use the store “%1/brimvale-migration-4-5."_s;
+    QTest::newRow("unknown version") << 4 << QList<int> { 6, 5 } << QList<bool> { false, false } << 4
+                                     << u"No model found for version 6"_s;
+    QTest::newRow("nothing older to do") << 4 << QList<int> { 3, -4 } << QList<bool> { true, true } << 4 << QString();
+}
+
+void TestBvMigrationManager::stepsNeedTheirMappingAndFirstErrorWins()
+{
+    QFETCH(int, version);
+    QFETCH(QList<int>, steps);
+    QFETCH(QList<bool>, answers);
+    QFETCH(int, finalVersion);
+    QFETCH(QString, error);
+    QVERIFY(writeStore(storeFile(), version, 5));
+    const auto before = filesIn(dataDir());
+
+    BvMigrationManager manager(dbDir(), u"storedata"_s, &m_clock);
+    QVERIFY(manager.requiresMigrations());
+    QList<bool> answered;
+    for (int step : std::as_const(steps))
+        answered.append(manager.migrateToVersion(std::abs(step), step > 0));
+    QCOMPARE(answered, answers);
+    QCOMPARE(manager.currentModelVersion(), finalVersion);
+    QCOMPARE(manager.error().has_value(), !error.isEmpty());
+    if (!error.isEmpty()) {
+        QVERIFY2(manager.error()->description().startsWith(error.arg(m_tmp)), qPrintable(manager.error()->message()));
+        QCOMPARE(filesIn(dataDir()), before);
+    }
+    QVERIFY(withDatabase(
+        storeFile(), [&](QSqlDatabase &db) { return scalar(db, u"PRAGMA user_version"_s).toInt() == finalVersion; }));
 }
 
 void TestBvMigrationManager::skipMigrationsOpensTheFileAsItIs()
