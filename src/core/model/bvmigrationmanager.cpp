@@ -426,11 +426,12 @@ std::expected<void, BvError> BvMigrationManager::migrateStore(const QString &nam
                 return {};
             continue;
         }
-        if (!QFile::rename(item, QDir(db).filePath(items.at(i)))) {
+        QFile file(item);
+        if (!file.rename(QDir(db).filePath(items.at(i)))) {
             info(QStringLiteral("ERROR: Failed to move %1").arg(item));
             if (i == 0)
-                return std::unexpected(fileError(QStringLiteral("“%1” could not be moved to “%2”.").arg(item, db),
-                    QStringLiteral("The move failed.")));
+                return std::unexpected(
+                    fileError(QStringLiteral("“%1” could not be moved to “%2”.").arg(item, db), file.errorString()));
         }
     }
     return {};
