@@ -3,9 +3,8 @@
 #include "fakes/fakeclock.h"
 #include "model/activitymanager.h"
 #include "model/store.h"
+#include "model/storechanges.h"
 #include "model/storecontext.h"
-#include "settings/bvsettings.h"
-#include "settings/userdefaults.h"
 #include "support/isolatedhome.h"
 
 using namespace Qt::StringLiterals;
@@ -36,14 +35,12 @@ private Q_SLOTS:
     void completionKeepsTypedCase();
 
 private:
-    void makeManager(const QVariantMap &settings = {});
+    void makeManager(const RecentItemsOptions &options = {});
     ActivityPtr stored(const QString &uid);
     void addFinished(const QString &text, const QDateTime &from, int minutes, bool invoiced = false);
 
     std::unique_ptr<IsolatedHome> m_home;
     FakeClock m_clock { QDateTime(QDate(2024, 3, 12), QTime(10, 0), Qt::UTC) };
-    std::unique_ptr<UserDefaults> m_defaults;
-    std::unique_ptr<BvSettings> m_settings;
     std::unique_ptr<Store> m_store;
     std::unique_ptr<ActivityManager> m_manager;
 };
@@ -61,21 +58,14 @@ void TestActivityManager::init()
 void TestActivityManager::cleanup()
 {
     m_manager.reset();
-    m_settings.reset();
-    m_defaults.reset();
     m_store.reset();
     m_home.reset();
 }
 
-void TestActivityManager::makeManager(const QVariantMap &settings)
+void TestActivityManager::makeManager(const RecentItemsOptions &options)
 {
     m_manager.reset();
-    m_settings.reset();
-    m_defaults = std::make_unique<UserDefaults>(m_home->configHome() + u"/Brimvale/Brimvale.conf"_s);
-    for (auto it = settings.cbegin(); it != settings.cend(); ++it)
-        m_defaults->setObject(it.value(), it.key());
-    m_settings = std::make_unique<BvSettings>(m_defaults.get());
-    m_manager = std::make_unique<ActivityManager>(*m_store, m_settings.get());
+    m_manager = std::make_unique<ActivityManager>(*m_store, options);
 }
 
 ActivityPtr TestActivityManager::stored(const QString &uid)
@@ -244,22 +234,25 @@ void TestActivityManager::editByUid()
 
 void TestActivityManager::recentActivities_data()
 {
-    QTest::addColumn<QVariantMap>("settings");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<bool>("byDate");
+    QTest::addColumn<bool>("excludeInvoiced");
     QTest::addColumn<QStringList>("texts");
 
     // A repeated text counts with its newest start: "a" started again after "b".
-    QTest::newRow("newest first, duplicates once") << QVariantMap {} << QStringList { u"c"_s, u"a"_s, u"b"_s, u"d"_s };
-    QTest::newRow("reverse alphabetical")
-        << QVariantMap { { u"recentItemsOrderedBy"_s, u"text"_s } } << QStringList { u"d"_s, u"c"_s, u"b"_s, u"a"_s };
-    QTest::newRow("limited") << QVariantMap { { u"recentItemsCount"_s, 2 } } << QStringList { u"c"_s, u"a"_s };
-    QTest::newRow("invoiced left out") << QVariantMap { { u"recentItemsExcludeInvoiced"_s, true } }
-                                       << QStringList { u"c"_s, u"a"_s, u"b"_s };
-    QTest::newRow("none wanted") << QVariantMap { { u"recentItemsCount"_s, 0 } } << QStringList {};
+    QTest::newRow("newest first, duplicates once")
+        << 10 << true << false << QStringList { u"c"_s, u"a"_s, u"b"_s, u"d"_s };
+    QTest::newRow("reverse alphabetical") << 10 << false << false << QStringList { u"d"_s, u"c"_s, u"b"_s, u"a"_s };
+    QTest::newRow("limited") << 2 << true << false << QStringList { u"c"_s, u"a"_s };
+    QTest::newRow("invoiced left out") << 10 << true << true << QStringList { u"c"_s, u"a"_s, u"b"_s };
+    QTest::newRow("none wanted") << 0 << true << false << QStringList {};
 }
 
 void TestActivityManager::recentActivities()
 {
-    QFETCH(QVariantMap, settings);
+    QFETCH(int, count);
+    QFETCH(bool, byDate);
+    QFETCH(bool, excludeInvoiced);
     QFETCH(QStringList, texts);
     const QDateTime base = m_clock.now().addDays(-1);
     addFinished(u"d"_s, base, 10, true);
@@ -267,7 +260,7 @@ void TestActivityManager::recentActivities()
     addFinished(u"b"_s, base.addSecs(7200), 10);
     addFinished(u"a"_s, base.addSecs(8000), 10);
     addFinished(u"c"_s, base.addSecs(9000), 10);
-    makeManager(settings);
+    makeManager(RecentItemsOptions { count, byDate, excludeInvoiced });
     QVERIFY(m_manager->startTrack(u"c"_s).isNull());
 
     QStringList got;

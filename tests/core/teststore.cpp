@@ -236,9 +236,9 @@ void TestStore::changeSignalAfterEveryCommit()
     QCOMPARE(spy.size(), 0);
     insert(*context, u"@Acme #xy work"_s);
     QVERIFY(context->save());
-    QCOMPARE(spy.size(), 1);
-    const auto entities = spy.at(0).at(0).value<Store::Entities>();
-    QCOMPARE(entities, Store::Entity::Activity | Store::Entity::Project | Store::Entity::Task);
+    QTRY_COMPARE(spy.size(), 1);
+    const auto changes = spy.at(0).at(0).value<StoreChanges>();
+    QCOMPARE(changes.entities(), Store::Entity::Activity | Store::Entity::Project | Store::Entity::Task);
 }
 
 void TestStore::resetDropsUnsavedChanges()
@@ -306,7 +306,7 @@ void TestStore::noticesCommitsOfAnotherProcess()
     QVERIFY(cliContext->save());
 
     QVERIFY(app->checkForExternalChanges());
-    QCOMPARE(spy.size(), 1);
+    QTRY_COMPARE(spy.size(), 1);
     appContext->refreshObjects();
     QCOMPARE(shown->text(), u"after"_s);
     QCOMPARE(*appContext->countActivities(), 2);

@@ -223,12 +223,30 @@ bool Store::checkForExternalChanges()
     m_dataVersion = version;
     if (changedElsewhere) {
         qCDebug(lcStore) << "store changed by another connection";
-        Q_EMIT changed(AllEntities);
+        didCommit(StoreChanges::everything());
     }
     return changedElsewhere;
 }
 
-void Store::didCommit(Entities entities)
+void Store::didCommit(const StoreChanges &changes)
 {
-    Q_EMIT changed(entities);
+    if (changes.isEmpty())
+        return;
+    QMutexLocker lock(&m_changesMutex);
+    m_pendingChanges.merge(changes);
+    if (std::exchange(m_deliveryQueued, true))
+        return;
+    QMetaObject::invokeMethod(this, &Store::deliverChanges, Qt::QueuedConnection);
+}
+
+void Store::deliverChanges()
+{
+    StoreChanges changes;
+    {
+        QMutexLocker lock(&m_changesMutex);
+        changes = std::exchange(m_pendingChanges, StoreChanges());
+        m_deliveryQueued = false;
+    }
+    if (!changes.isEmpty())
+        Q_EMIT changed(changes);
 }
