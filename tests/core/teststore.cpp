@@ -413,9 +413,9 @@ void TestStore::nameStoredElsewhereIsTakenOver_data()
     QTest::addColumn<QStringList>("tasks");
 
     // The spelling typed last names the project for the whole store.
-    QTest::newRow("project, another store") << false << "@NewProj one"
-                                            << "@newproj two" << QStringList { u"newproj 2"_s, u"Other 1"_s }
-                                            << QStringList {};
+    QTest::newRow("project, another store")
+        << false << "@NewProj one"
+        << "@newproj two" << QStringList { u"newproj 2"_s, u"Other 1"_s } << QStringList {};
     QTest::newRow("project and task, another process")
         << true << "@NewProj #Build one"
         << "@NEWPROJ #build two" << QStringList { u"NEWPROJ 2"_s, u"Other 1"_s } << QStringList { u"build 2"_s };

@@ -24,6 +24,7 @@ private Q_SLOTS:
     void statusesAndStreams_data();
     void statusesAndStreams();
     void runningAppNoticesCommandLineWrites();
+    void parallelAddsShareOneNewProject();
 
 private:
     struct Result
@@ -144,6 +145,32 @@ void TestCliProcess::runningAppNoticesCommandLineWrites()
     const Result broken = brimvale({ u"list"_s });
     QCOMPARE(broken.status, 2);
     QVERIFY2(broken.err.contains(u"file is not a database"_s), qPrintable(broken.err));
+}
+
+void TestCliProcess::parallelAddsShareOneNewProject()
+{
+    // The store exists (the app made it); a script starts a dozen adds of one new project at once.
+    StoreOptions options;
+    options.applicationFilesDirectory = m_home->applicationFilesDirectory();
+    QVERIFY(Store::open(options));
+    std::vector<std::unique_ptr<QProcess>> processes;
+    for (int i = 0; i < 12; ++i) {
+        processes.push_back(std::make_unique<QProcess>());
+        processes.back()->start(QStringLiteral(BRIMVALE_EXECUTABLE),
+            { u"add"_s, u"@NewProj #Kickoff part %1"_s.arg(i), u"--from"_s, u"2024-03-12T09:00"_s, u"--to"_s,
+                u"2024-03-12T09:30"_s });
+    }
+    for (const auto &process : processes) {
+        QVERIFY(process->waitForFinished(60000));
+        QVERIFY2(process->exitStatus() == QProcess::NormalExit && process->exitCode() == 0,
+            process->readAllStandardError().constData());
+    }
+    QCOMPARE(brimvale({ u"projects"_s }).out.split(u'\n', Qt::SkipEmptyParts).size(), 1);
+    QCOMPARE(brimvale({ u"tasks"_s }).out.split(u'\n', Qt::SkipEmptyParts).size(), 1);
+    QCOMPARE(QJsonDocument::fromJson(brimvale({ u"list"_s, u"--project"_s, u"newproj"_s, u"--json"_s }).out.toUtf8())
+                 .array()
+                 .size(),
+        12);
 }
 
 QTEST_GUILESS_MAIN(TestCliProcess)
