@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QMetaMethod>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStandardPaths>
@@ -228,12 +229,20 @@ bool Store::checkForExternalChanges()
     return changedElsewhere;
 }
 
+bool Store::hasChangeListeners() const
+{
+    return isSignalConnected(QMetaMethod::fromSignal(&Store::changed));
+}
+
 void Store::didCommit(const StoreChanges &changes)
 {
-    if (changes.isEmpty())
+    if (changes.isEmpty() || !hasChangeListeners())
         return;
     QMutexLocker lock(&m_changesMutex);
-    m_pendingChanges.merge(changes);
+    if (m_pendingChanges.isEmpty())
+        m_pendingChanges = changes;
+    else
+        m_pendingChanges.merge(changes);
     if (std::exchange(m_deliveryQueued, true))
         return;
     QMetaObject::invokeMethod(this, &Store::deliverChanges, Qt::QueuedConnection);

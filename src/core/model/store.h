@@ -65,6 +65,9 @@ public:
 
     // Called by a context after its commit, on any thread.
     void didCommit(const StoreChanges &changes);
+    // Whether anything is connected to `changed`: without a listener, a save need not gather the uids it
+    // wrote (a bulk import writes a hundred thousand).
+    bool hasChangeListeners() const;
 
 Q_SIGNALS:
     // Emitted on the thread this store lives on (the one that opened it), whichever thread committed: a

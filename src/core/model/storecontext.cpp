@@ -671,7 +671,7 @@ std::expected<void, BvError> StoreContext::save()
     std::expected<QSqlDatabase, BvError> db = m_store.database();
     if (!db)
         return std::unexpected(db.error());
-    StoreWriter writer(*this, SqliteStatement::handle(*db));
+    StoreWriter writer(*this, SqliteStatement::handle(*db), m_store.hasChangeListeners());
     std::expected<StoreChanges, BvError> written = writer.run();
     if (!written) {
         // What was deleted elsewhere cannot be saved, now or later: it leaves this context so that the

@@ -25,9 +25,10 @@ void bindOptional(SqliteStatement &statement, int index, const std::optional<qin
 
 } // namespace
 
-StoreWriter::StoreWriter(StoreContext &context, sqlite3 *db)
+StoreWriter::StoreWriter(StoreContext &context, sqlite3 *db, bool collectUids)
     : m_context(context)
     , m_db(db)
+    , m_collectUids(collectUids)
 { }
 
 StoreWriter::~StoreWriter() = default;
@@ -203,7 +204,9 @@ std::expected<void, BvError> StoreWriter::writeActivities()
                 m_vanished.push_back(activity);
                 return std::unexpected(activityNotFound());
             }
-            m_changes.addDeleted(activity->m_uid);
+            if (m_collectUids)
+                m_changes.addDeleted(activity->m_uid);
+            m_changes.addEntity(StoreChanges::Entity::Activity);
             continue;
         }
         Q_ASSERT(!activity->m_project || activity->m_project->m_context == &m_context);
@@ -224,12 +227,15 @@ std::expected<void, BvError> StoreWriter::writeActivities()
             activity->m_id = SqliteStatement::lastInsertRowId(m_db);
             m_assignedIds.push_back(&activity->m_id);
             longestSpan = qMax(longestSpan, activity->m_timeFrom.msecsTo(activity->m_timeTo));
-            m_changes.addInserted(activity->m_uid);
+            if (m_collectUids)
+                m_changes.addInserted(activity->m_uid);
         } else {
             if (auto done = updateActivity(*activity, longestSpan); !done)
                 return done;
-            m_changes.addUpdated(activity->m_uid);
+            if (m_collectUids)
+                m_changes.addUpdated(activity->m_uid);
         }
+        m_changes.addEntity(StoreChanges::Entity::Activity);
         if (activity->m_tasksChanged || inserted) {
             if (!inserted) {
                 clearTasks.bindInt64(1, activity->m_id);

@@ -28,7 +28,8 @@ struct sqlite3;
 class StoreWriter
 {
 public:
-    StoreWriter(StoreContext &context, sqlite3 *db);
+    // `collectUids`: whether the changes name the activities written, or only the kinds of entity.
+    StoreWriter(StoreContext &context, sqlite3 *db, bool collectUids = true);
     ~StoreWriter();
     StoreWriter(const StoreWriter &) = delete;
     StoreWriter &operator=(const StoreWriter &) = delete;
@@ -52,6 +53,7 @@ private:
 
     StoreContext &m_context;
     sqlite3 *m_db = nullptr;
+    bool m_collectUids = true;
     StoreChanges m_changes;
     std::vector<qint64 *> m_assignedIds;
     std::vector<ActivityPtr> m_vanished;
