@@ -30,6 +30,8 @@ private Q_SLOTS:
     void sameRowIsSameObject();
     void unsavedChangesSurviveRefetch();
     void changeSignalSaysWhatChangedOnTheStoresThread();
+    void coalescedChangesKeepTheLastFate_data();
+    void coalescedChangesKeepTheLastFate();
     void resetDropsUnsavedChanges();
     void fetchByManyUids();
     void noticesCommitsOfAnotherProcess();
@@ -289,6 +291,66 @@ void TestStore::changeSignalSaysWhatChangedOnTheStoresThread()
     QCOMPARE(changes.entities(),
         Store::Entity::Activity | Store::Entity::Project | Store::Entity::Task | Store::Entity::DeletedActivity);
     QCOMPARE(*store->newContext()->countActivities(), 2);
+}
+
+void TestStore::coalescedChangesKeepTheLastFate_data()
+{
+    QTest::addColumn<QStringList>("commits");
+    QTest::addColumn<QString>("inserted");
+    QTest::addColumn<QString>("updated");
+    QTest::addColumn<QString>("deleted");
+
+    // Each entry is one commit: "+A" inserts A, "~A" updates it, "-A" deletes it, "*" comes from another
+    // process. A table that applies the result row by row must end where the store is.
+    QTest::newRow("inserted, then updated") << QStringList { u"+A"_s, u"~A"_s } << "A"
+                                            << ""
+                                            << "";
+    QTest::newRow("updated, then deleted") << QStringList { u"~A"_s, u"-A"_s } << ""
+                                           << ""
+                                           << "A";
+    QTest::newRow("inserted, then deleted") << QStringList { u"+A"_s, u"-A"_s } << ""
+                                            << ""
+                                            << "A";
+    QTest::newRow("deleted, then inserted again") << QStringList { u"-A"_s, u"+A"_s } << "A"
+                                                  << ""
+                                                  << "";
+    QTest::newRow("separate rows") << QStringList { u"+A"_s, u"~B"_s, u"-C"_s } << "A"
+                                   << "B"
+                                   << "C";
+    QTest::newRow("another process") << QStringList { u"+A"_s, u"*"_s, u"~B"_s } << "*"
+                                     << "*"
+                                     << "*";
+}
+
+void TestStore::coalescedChangesKeepTheLastFate()
+{
+    QFETCH(QStringList, commits);
+    QFETCH(QString, inserted);
+    QFETCH(QString, updated);
+    QFETCH(QString, deleted);
+    StoreChanges all;
+    for (const QString &commit : std::as_const(commits)) {
+        StoreChanges one = commit == "*"_L1 ? StoreChanges::everything() : StoreChanges();
+        const QString uid = commit.mid(1);
+        if (commit.startsWith(u'+'))
+            one.addInserted(uid);
+        else if (commit.startsWith(u'~'))
+            one.addUpdated(uid);
+        else if (commit.startsWith(u'-'))
+            one.addDeleted(uid);
+        all.merge(one);
+    }
+    auto text = [&](const QSet<QString> &uids) {
+        if (all.isEverything())
+            return u"*"_s;
+        QStringList sorted(uids.cbegin(), uids.cend());
+        sorted.sort();
+        return sorted.join(u',');
+    };
+    QCOMPARE(text(all.insertedUids()), inserted);
+    QCOMPARE(text(all.updatedUids()), updated);
+    QCOMPARE(text(all.deletedUids()), deleted);
+    QVERIFY(all.contains(StoreChanges::Entity::Activity));
 }
 
 void TestStore::resetDropsUnsavedChanges()
