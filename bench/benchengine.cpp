@@ -25,7 +25,7 @@ Journal &journal()
         auto *j = new Journal;
         j->store = BenchmarkJournal::openStore(j->home.applicationFilesDirectory());
         BenchmarkJournal::fill(*j->store);
-        j->manager = std::make_unique<ActivityManager>(*j->store, nullptr);
+        j->manager = std::make_unique<ActivityManager>(*j->store);
         return j;
     }();
     return *filled;

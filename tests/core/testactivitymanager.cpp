@@ -2,10 +2,10 @@
 
 #include "fakes/fakeclock.h"
 #include "model/activitymanager.h"
+#include "model/deletedactivity.h"
 #include "model/store.h"
+#include "model/storechanges.h"
 #include "model/storecontext.h"
-#include "settings/bvsettings.h"
-#include "settings/userdefaults.h"
 #include "support/isolatedhome.h"
 
 using namespace Qt::StringLiterals;
@@ -34,16 +34,18 @@ private Q_SLOTS:
     void todaysActivitiesStartToday();
     void completionKeepsTypedCase_data();
     void completionKeepsTypedCase();
+    void touchAfterExternalEditKeepsTheirText_data();
+    void touchAfterExternalEditKeepsTheirText();
+    void runningActivityDeletedElsewhereStopsTracking_data();
+    void runningActivityDeletedElsewhereStopsTracking();
 
 private:
-    void makeManager(const QVariantMap &settings = {});
+    void makeManager(const RecentItemsOptions &options = {});
     ActivityPtr stored(const QString &uid);
     void addFinished(const QString &text, const QDateTime &from, int minutes, bool invoiced = false);
 
     std::unique_ptr<IsolatedHome> m_home;
     FakeClock m_clock { QDateTime(QDate(2024, 3, 12), QTime(10, 0), Qt::UTC) };
-    std::unique_ptr<UserDefaults> m_defaults;
-    std::unique_ptr<BvSettings> m_settings;
     std::unique_ptr<Store> m_store;
     std::unique_ptr<ActivityManager> m_manager;
 };
@@ -61,21 +63,14 @@ void TestActivityManager::init()
 void TestActivityManager::cleanup()
 {
     m_manager.reset();
-    m_settings.reset();
-    m_defaults.reset();
     m_store.reset();
     m_home.reset();
 }
 
-void TestActivityManager::makeManager(const QVariantMap &settings)
+void TestActivityManager::makeManager(const RecentItemsOptions &options)
 {
     m_manager.reset();
-    m_settings.reset();
-    m_defaults = std::make_unique<UserDefaults>(m_home->configHome() + u"/Brimvale/Brimvale.conf"_s);
-    for (auto it = settings.cbegin(); it != settings.cend(); ++it)
-        m_defaults->setObject(it.value(), it.key());
-    m_settings = std::make_unique<BvSettings>(m_defaults.get());
-    m_manager = std::make_unique<ActivityManager>(*m_store, m_settings.get());
+    m_manager = std::make_unique<ActivityManager>(*m_store, options);
 }
 
 ActivityPtr TestActivityManager::stored(const QString &uid)
@@ -237,29 +232,40 @@ void TestActivityManager::editByUid()
     QCOMPARE(onDisk->text(), u"@New after"_s);
     QCOMPARE(onDisk->durationSecs(), 600);
     QCOMPARE(onDisk->modifiedAt(), m_clock.now());
-    // A refused edit sets no message: the save result is the answer.
+    // A refused edit sets no message: the save result is the answer. It leaves nothing pending in the main
+    // context either, or every later touch of the running activity would fail with it.
+    QVERIFY(m_manager->startTrack(u"running"_s).isNull());
+    QSignalSpy failed(m_manager.get(), &ActivityManager::saveFailed);
     QVERIFY(!m_manager->update(uid, u"x"_s, m_clock.now(), m_clock.now(), &message));
     QVERIFY(message.isNull());
+    QCOMPARE(stored(uid)->text(), u"@New after"_s);
+    m_clock.advance(30000);
+    m_manager->touchCurrentActivity();
+    QCOMPARE(failed.size(), 0);
+    QCOMPARE(stored(m_manager->currentActivity()->uid())->timeTo(), m_clock.now());
 }
 
 void TestActivityManager::recentActivities_data()
 {
-    QTest::addColumn<QVariantMap>("settings");
+    QTest::addColumn<int>("count");
+    QTest::addColumn<bool>("byDate");
+    QTest::addColumn<bool>("excludeInvoiced");
     QTest::addColumn<QStringList>("texts");
 
     // A repeated text counts with its newest start: "a" started again after "b".
-    QTest::newRow("newest first, duplicates once") << QVariantMap {} << QStringList { u"c"_s, u"a"_s, u"b"_s, u"d"_s };
-    QTest::newRow("reverse alphabetical")
-        << QVariantMap { { u"recentItemsOrderedBy"_s, u"text"_s } } << QStringList { u"d"_s, u"c"_s, u"b"_s, u"a"_s };
-    QTest::newRow("limited") << QVariantMap { { u"recentItemsCount"_s, 2 } } << QStringList { u"c"_s, u"a"_s };
-    QTest::newRow("invoiced left out") << QVariantMap { { u"recentItemsExcludeInvoiced"_s, true } }
-                                       << QStringList { u"c"_s, u"a"_s, u"b"_s };
-    QTest::newRow("none wanted") << QVariantMap { { u"recentItemsCount"_s, 0 } } << QStringList {};
+    QTest::newRow("newest first, duplicates once")
+        << 10 << true << false << QStringList { u"c"_s, u"a"_s, u"b"_s, u"d"_s };
+    QTest::newRow("reverse alphabetical") << 10 << false << false << QStringList { u"d"_s, u"c"_s, u"b"_s, u"a"_s };
+    QTest::newRow("limited") << 2 << true << false << QStringList { u"c"_s, u"a"_s };
+    QTest::newRow("invoiced left out") << 10 << true << true << QStringList { u"c"_s, u"a"_s, u"b"_s };
+    QTest::newRow("none wanted") << 0 << true << false << QStringList {};
 }
 
 void TestActivityManager::recentActivities()
 {
-    QFETCH(QVariantMap, settings);
+    QFETCH(int, count);
+    QFETCH(bool, byDate);
+    QFETCH(bool, excludeInvoiced);
     QFETCH(QStringList, texts);
     const QDateTime base = m_clock.now().addDays(-1);
     addFinished(u"d"_s, base, 10, true);
@@ -267,7 +273,7 @@ void TestActivityManager::recentActivities()
     addFinished(u"b"_s, base.addSecs(7200), 10);
     addFinished(u"a"_s, base.addSecs(8000), 10);
     addFinished(u"c"_s, base.addSecs(9000), 10);
-    makeManager(settings);
+    makeManager(RecentItemsOptions { count, byDate, excludeInvoiced });
     QVERIFY(m_manager->startTrack(u"c"_s).isNull());
 
     QStringList got;
@@ -314,6 +320,102 @@ void TestActivityManager::completionKeepsTypedCase()
     m_manager->context().refreshObjects();
     const QStringList got = tasks ? m_manager->findTaskNames(prefix, true) : m_manager->findProjectNames(prefix, true);
     QCOMPARE(got, candidates);
+}
+
+void TestActivityManager::touchAfterExternalEditKeepsTheirText_data()
+{
+    QTest::addColumn<bool>("noticedFirst");
+    QTest::addColumn<bool>("updatedHere");
+
+    QTest::newRow("edit noticed before the touch") << true << false;
+    QTest::newRow("touch before the edit is noticed") << false << false;
+    QTest::newRow("unsaved text typed here wins") << true << true;
+}
+
+void TestActivityManager::touchAfterExternalEditKeepsTheirText()
+{
+    QFETCH(bool, noticedFirst);
+    QFETCH(bool, updatedHere);
+    QVERIFY(m_manager->startTrack(u"@Acme first"_s).isNull());
+    const QString uid = m_manager->currentActivity()->uid();
+    if (updatedHere)
+        QVERIFY(m_manager->updateTrack(u"@Acme typed here"_s).isNull());
+
+    // `brimvale edit` changes the running activity's text and invoiced mark.
+    QVERIFY(!m_store->checkForExternalChanges());
+    StoreOptions options;
+    options.applicationFilesDirectory = m_home->applicationFilesDirectory();
+    auto cli = std::move(*Store::open(options));
+    auto cliContext = cli->newContext();
+    const ActivityPtr theirs = *cliContext->activityWithUid(uid);
+    theirs->setText(u"@Globex edited #call"_s);
+    theirs->setIsInvoiced(true);
+    QVERIFY(cliContext->save());
+    if (noticedFirst) {
+        QVERIFY(m_store->checkForExternalChanges());
+        QTRY_VERIFY(m_manager->currentActivity()->isInvoiced());
+    }
+
+    QSignalSpy failed(m_manager.get(), &ActivityManager::saveFailed);
+    m_clock.advance(30000);
+    m_manager->touchCurrentActivity();
+    QCOMPARE(failed.size(), 0);
+    const QString text = updatedHere ? u"@Acme typed here"_s : u"@Globex edited #call"_s;
+    const ActivityPtr onDisk = stored(uid);
+    QCOMPARE(onDisk->text(), text);
+    QCOMPARE(onDisk->project()->name(), updatedHere ? u"Acme"_s : u"Globex"_s);
+    QVERIFY(onDisk->isInvoiced());
+    QCOMPARE(onDisk->timeTo(), m_clock.now());
+    if (noticedFirst)
+        QCOMPARE(m_manager->currentActivity()->text(), text);
+}
+
+void TestActivityManager::runningActivityDeletedElsewhereStopsTracking_data()
+{
+    QTest::addColumn<bool>("noticedFirst");
+
+    QTest::newRow("deletion noticed") << true;
+    QTest::newRow("found by the next touch") << false;
+}
+
+void TestActivityManager::runningActivityDeletedElsewhereStopsTracking()
+{
+    QFETCH(bool, noticedFirst);
+    QVERIFY(m_manager->startTrack(u"@Acme doomed"_s).isNull());
+    const QString uid = m_manager->currentActivity()->uid();
+    QSignalSpy stopped(m_manager.get(), &ActivityManager::activityManagerStopped);
+    QSignalSpy failed(m_manager.get(), &ActivityManager::saveFailed);
+
+    QVERIFY(!m_store->checkForExternalChanges());
+    StoreOptions options;
+    options.applicationFilesDirectory = m_home->applicationFilesDirectory();
+    auto cli = std::move(*Store::open(options));
+    auto cliContext = cli->newContext();
+    DeletedActivity::deleteActivity(*cliContext->activityWithUid(uid), *cliContext);
+    QVERIFY(cliContext->save());
+
+    if (noticedFirst) {
+        QVERIFY(m_store->checkForExternalChanges());
+        QTRY_COMPARE(stopped.size(), 1);
+        QCOMPARE(failed.size(), 0);
+    } else {
+        m_clock.advance(30000);
+        m_manager->touchCurrentActivity();
+        QCOMPARE(stopped.size(), 1);
+        QCOMPARE(failed.size(), 1);
+        QCOMPARE(failed.at(0).at(0).value<BvError>().description(), u"Activity not found!"_s);
+    }
+    QVERIFY(!m_manager->isTracking());
+    // Nothing brings the row back, and the main context goes on working.
+    m_manager->touchCurrentActivity();
+    m_manager->stopTrack();
+    QCOMPARE(failed.size(), noticedFirst ? 0 : 1);
+    QVERIFY(!stored(uid));
+    QVERIFY(m_manager->startTrack(u"@Acme next"_s).isNull());
+    m_clock.advance(30000);
+    m_manager->touchCurrentActivity();
+    QCOMPARE(failed.size(), noticedFirst ? 0 : 1);
+    QCOMPARE(*m_store->newContext()->countActivities(), 1);
 }
 
 QTEST_GUILESS_MAIN(TestActivityManager)

@@ -96,7 +96,7 @@ void TestLocalTime::todaysActivitiesOnADayThatStartsInAGap()
     }
     QVERIFY(context->save());
 
-    ActivityManager manager(**store, nullptr);
+    ActivityManager manager(**store);
     QStringList texts;
     for (const ActivityPtr &activity : manager.todaysActivities())
         texts.append(activity->text());

@@ -9,6 +9,8 @@
 
 #include "fakes/fakeclock.h"
 #include "model/activity.h"
+#include "model/deletedactivity.h"
+#include "model/journalqueries.h"
 #include "model/store.h"
 #include "model/storecontext.h"
 #include "support/isolatedhome.h"
@@ -71,16 +73,24 @@ private Q_SLOTS:
     void failedSaveChangesNothing();
     void sameRowIsSameObject();
     void unsavedChangesSurviveRefetch();
-    void changeSignalAfterEveryCommit();
+    void changeSignalSaysWhatChangedOnTheStoresThread();
+    void coalescedChangesKeepTheLastFate_data();
+    void coalescedChangesKeepTheLastFate();
     void resetDropsUnsavedChanges();
     void fetchByManyUids();
     void noticesCommitsOfAnotherProcess();
-    void workerThreadUsesItsOwnConnection();
     void everyCommittedActivitySurvivesAKill();
+    void nameStoredElsewhereIsTakenOver_data();
+    void nameStoredElsewhereIsTakenOver();
+    void concurrentEditsOfOtherColumnsSurvive_data();
+    void concurrentEditsOfOtherColumnsSurvive();
+    void changeOfActivityDeletedElsewhereFails_data();
+    void changeOfActivityDeletedElsewhereFails();
 
 private:
     std::unique_ptr<Store> openStore();
     ActivityPtr insert(StoreContext &context, const QString &text, int minutes = 30);
+    QStringList totals(Store &store, bool tasks);
 
     std::unique_ptr<IsolatedHome> m_home;
     FakeClock m_clock;
@@ -117,6 +127,15 @@ ActivityPtr TestStore::insert(StoreContext &context, const QString &text, int mi
     activity->setTimeFrom(from);
     activity->setTimeTo(from.addSecs(minutes * 60));
     return activity;
+}
+
+QStringList TestStore::totals(Store &store, bool tasks)
+{
+    QStringList lines;
+    const auto all = JournalQueries(store).itemTotals(tasks);
+    for (const JournalQueries::ItemTotal &total : *all)
+        lines.append(u"%1 %2"_s.arg(total.name).arg(total.activities));
+    return lines;
 }
 
 void TestStore::opensNewStoreInWalModeWithCurrentVersion_data()
@@ -388,18 +407,111 @@ void TestStore::unsavedChangesSurviveRefetch()
     QCOMPARE(activity->text(), u"edited"_s);
 }
 
-void TestStore::changeSignalAfterEveryCommit()
+void TestStore::changeSignalSaysWhatChangedOnTheStoresThread()
 {
     auto store = openStore();
-    QSignalSpy spy(store.get(), &Store::changed);
     auto context = store->newContext();
-    QVERIFY(context->save()); // nothing to save: no commit, no signal
-    QCOMPARE(spy.size(), 0);
-    insert(*context, u"@Acme #xy work"_s);
+    ActivityPtr updated = insert(*context, u"kept"_s);
+    ActivityPtr deleted = insert(*context, u"goes"_s);
     QVERIFY(context->save());
+    QSignalSpy spy(store.get(), &Store::changed);
+    QThread *receiver = nullptr;
+    connect(store.get(), &Store::changed, this, [&] { receiver = QThread::currentThread(); });
+    QCoreApplication::processEvents();
+    spy.clear();
+
+    // Several commits in one turn of the event loop, one of them on a worker thread with its own
+    // connection, as a sync run makes them.
+    updated->setText(u"@Acme kept"_s);
+    QVERIFY(context->save());
+    DeletedActivity::deleteActivity(deleted, *context);
+    QVERIFY(context->save());
+    QString workerUid;
+    QThread *worker = QThread::create([&] {
+        auto own = store->newContext();
+        ActivityPtr added = insert(*own, u"#sync from a thread"_s);
+        if (own->save())
+            workerUid = added->uid();
+    });
+    worker->start();
+    QVERIFY(worker->wait(10000));
+    delete worker;
+    QVERIFY(!workerUid.isEmpty());
+    QVERIFY(context->save()); // nothing to save: nothing to tell
+    QCOMPARE(spy.size(), 0);
+
+    QTRY_COMPARE(spy.size(), 1);
+    QCoreApplication::processEvents();
     QCOMPARE(spy.size(), 1);
-    const auto entities = spy.at(0).at(0).value<Store::Entities>();
-    QCOMPARE(entities, Store::Entity::Activity | Store::Entity::Project | Store::Entity::Task);
+    QCOMPARE(receiver, store->thread());
+    const auto changes = spy.at(0).at(0).value<StoreChanges>();
+    QVERIFY(!changes.isEverything());
+    QCOMPARE(changes.insertedUids(), QSet<QString> { workerUid });
+    QCOMPARE(changes.updatedUids(), QSet<QString> { updated->uid() });
+    QCOMPARE(changes.deletedUids(), QSet<QString> { deleted->uid() });
+    QCOMPARE(changes.entities(),
+        Store::Entity::Activity | Store::Entity::Project | Store::Entity::Task | Store::Entity::DeletedActivity);
+    QCOMPARE(*store->newContext()->countActivities(), 2);
+}
+
+void TestStore::coalescedChangesKeepTheLastFate_data()
+{
+    QTest::addColumn<QStringList>("commits");
+    QTest::addColumn<QString>("inserted");
+    QTest::addColumn<QString>("updated");
+    QTest::addColumn<QString>("deleted");
+
+    // Each entry is one commit: "+A" inserts A, "~A" updates it, "-A" deletes it, "*" comes from another
+    // process. A table that applies the result row by row must end where the store is.
+    QTest::newRow("inserted, then updated") << QStringList { u"+A"_s, u"~A"_s } << "A"
+                                            << ""
+                                            << "";
+    QTest::newRow("updated, then deleted") << QStringList { u"~A"_s, u"-A"_s } << ""
+                                           << ""
+                                           << "A";
+    QTest::newRow("inserted, then deleted") << QStringList { u"+A"_s, u"-A"_s } << ""
+                                            << ""
+                                            << "A";
+    QTest::newRow("deleted, then inserted again") << QStringList { u"-A"_s, u"+A"_s } << "A"
+                                                  << ""
+                                                  << "";
+    QTest::newRow("separate rows") << QStringList { u"+A"_s, u"~B"_s, u"-C"_s } << "A"
+                                   << "B"
+                                   << "C";
+    QTest::newRow("another process") << QStringList { u"+A"_s, u"*"_s, u"~B"_s } << "*"
+                                     << "*"
+                                     << "*";
+}
+
+void TestStore::coalescedChangesKeepTheLastFate()
+{
+    QFETCH(QStringList, commits);
+    QFETCH(QString, inserted);
+    QFETCH(QString, updated);
+    QFETCH(QString, deleted);
+    StoreChanges all;
+    for (const QString &commit : std::as_const(commits)) {
+        StoreChanges one = commit == "*"_L1 ? StoreChanges::everything() : StoreChanges();
+        const QString uid = commit.mid(1);
+        if (commit.startsWith(u'+'))
+            one.addInserted(uid);
+        else if (commit.startsWith(u'~'))
+            one.addUpdated(uid);
+        else if (commit.startsWith(u'-'))
+            one.addDeleted(uid);
+        all.merge(one);
+    }
+    auto text = [&](const QSet<QString> &uids) {
+        if (all.isEverything())
+            return u"*"_s;
+        QStringList sorted(uids.cbegin(), uids.cend());
+        sorted.sort();
+        return sorted.join(u',');
+    };
+    QCOMPARE(text(all.insertedUids()), inserted);
+    QCOMPARE(text(all.updatedUids()), updated);
+    QCOMPARE(text(all.deletedUids()), deleted);
+    QVERIFY(all.contains(StoreChanges::Entity::Activity));
 }
 
 void TestStore::resetDropsUnsavedChanges()
@@ -467,7 +579,7 @@ void TestStore::noticesCommitsOfAnotherProcess()
     QVERIFY(cliContext->save());
 
     QVERIFY(app->checkForExternalChanges());
-    QCOMPARE(spy.size(), 1);
+    QTRY_COMPARE(spy.size(), 1);
     appContext->refreshObjects();
     QCOMPARE(shown->text(), u"after"_s);
     QCOMPARE(*appContext->countActivities(), 2);
@@ -478,24 +590,6 @@ void TestStore::noticesCommitsOfAnotherProcess()
     insert(*cliContext, u"one more"_s);
     QVERIFY(cliContext->save());
     QTRY_COMPARE(spy.size(), 2);
-}
-
-void TestStore::workerThreadUsesItsOwnConnection()
-{
-    auto store = openStore();
-    QSignalSpy spy(store.get(), &Store::changed);
-    bool saved = false;
-    QThread *worker = QThread::create([&] {
-        auto context = store->newContext();
-        insert(*context, u"@Worker from a thread"_s);
-        saved = context->save().has_value();
-    });
-    worker->start();
-    QVERIFY(worker->wait(10000));
-    delete worker;
-    QVERIFY(saved);
-    QTRY_COMPARE(spy.size(), 1);
-    QCOMPARE(*store->newContext()->countActivities(), 1);
 }
 
 void TestStore::everyCommittedActivitySurvivesAKill()
@@ -531,6 +625,162 @@ void TestStore::everyCommittedActivitySurvivesAKill()
         QVERIFY2(activity && *activity, qPrintable(uid));
         QVERIFY((*activity)->project());
     }
+}
+
+void TestStore::nameStoredElsewhereIsTakenOver_data()
+{
+    QTest::addColumn<bool>("otherProcess");
+    QTest::addColumn<QString>("theirs");
+    QTest::addColumn<QString>("ours");
+    QTest::addColumn<QStringList>("projects");
+    QTest::addColumn<QStringList>("tasks");
+
+    // The spelling typed last names the project for the whole store.
+    QTest::newRow("project, another store")
+        << false << "@NewProj one"
+        << "@newproj two" << QStringList { u"newproj 2"_s, u"Other 1"_s } << QStringList {};
+    QTest::newRow("project and task, another process")
+        << true << "@NewProj #Build one"
+        << "@NEWPROJ #build two" << QStringList { u"NEWPROJ 2"_s, u"Other 1"_s } << QStringList { u"build 2"_s };
+    QTest::newRow("task, another store") << false << "#Review one"
+                                         << "#Review two" << QStringList { u"Other 1"_s }
+                                         << QStringList { u"Review 2"_s };
+}
+
+void TestStore::nameStoredElsewhereIsTakenOver()
+{
+    QFETCH(bool, otherProcess);
+    QFETCH(QString, theirs);
+    QFETCH(QString, ours);
+    QFETCH(QStringList, projects);
+    QFETCH(QStringList, tasks);
+    // The app's long-lived context has read every project and task before the other writer adds one.
+    auto app = openStore();
+    auto context = app->newContext();
+    ActivityPtr running = insert(*context, u"@Other running"_s);
+    QVERIFY(context->save());
+    QVERIFY(context->projects()->size() == 1 && context->tasks()->isEmpty());
+
+    if (otherProcess) {
+        QProcess writer;
+        writer.start(QStringLiteral(BRIMVALE_STORE_WRITER), { m_home->applicationFilesDirectory(), u"add"_s, theirs });
+        QVERIFY(writer.waitForFinished(30000));
+        QVERIFY2(writer.exitCode() == 0, writer.readAllStandardError().constData());
+    } else {
+        auto cli = openStore();
+        auto cliContext = cli->newContext();
+        insert(*cliContext, theirs);
+        QVERIFY(cliContext->save());
+    }
+
+    insert(*context, ours);
+    const auto saved = context->save();
+    QVERIFY2(saved, qPrintable(saved ? QString() : saved.error().message()));
+    // And every later save of the same context goes on working.
+    running->setTimeTo(running->timeTo().addSecs(30));
+    QVERIFY(context->save());
+    QCOMPARE(totals(*app, false), projects);
+    QCOMPARE(totals(*app, true), tasks);
+}
+
+void TestStore::concurrentEditsOfOtherColumnsSurvive_data()
+{
+    QTest::addColumn<QString>("theirs");
+    QTest::addColumn<QString>("ours");
+
+    QTest::newRow("text, then invoiced") << "text"
+                                         << "invoiced";
+    QTest::newRow("invoiced, then text") << "invoiced"
+                                         << "text";
+    QTest::newRow("text, then a touch of the end") << "text"
+                                                   << "end";
+    QTest::newRow("start, then text") << "start"
+                                      << "text";
+}
+
+void TestStore::concurrentEditsOfOtherColumnsSurvive()
+{
+    QFETCH(QString, theirs);
+    QFETCH(QString, ours);
+    auto app = openStore();
+    auto appContext = app->newContext();
+    const QString uid = insert(*appContext, u"@Acme #draft original"_s)->uid();
+    QVERIFY(appContext->save());
+    const QDateTime from(QDate(2024, 3, 12), QTime(9, 0));
+    auto edit = [&](const ActivityPtr &activity, const QString &what) {
+        if (what == "text"_L1)
+            activity->setText(u"@Globex #review edited"_s);
+        else if (what == "invoiced"_L1)
+            activity->setIsInvoiced(true);
+        else if (what == "end"_L1)
+            activity->setTimeTo(from.addSecs(7200));
+        else
+            activity->setTimeFrom(from.addSecs(-3600));
+        activity->setModifiedAt(m_clock.now());
+    };
+
+    // Both read the activity before either saves: the command line's edit, then the app's.
+    const ActivityPtr ourCopy = *appContext->activityWithUid(uid);
+    auto cli = openStore();
+    auto cliContext = cli->newContext();
+    edit(*cliContext->activityWithUid(uid), theirs);
+    edit(ourCopy, ours);
+    QVERIFY(cliContext->save());
+    QVERIFY(appContext->save());
+
+    const ActivityPtr stored = *openStore()->newContext()->activityWithUid(uid);
+    const QStringList edits { theirs, ours };
+    QCOMPARE(stored->text(), edits.contains(u"text"_s) ? u"@Globex #review edited"_s : u"@Acme #draft original"_s);
+    QCOMPARE(stored->project()->name(), edits.contains(u"text"_s) ? u"Globex"_s : u"Acme"_s);
+    QCOMPARE(stored->tasksStr(), edits.contains(u"text"_s) ? u"review"_s : u"draft"_s);
+    QCOMPARE(stored->isInvoiced(), edits.contains(u"invoiced"_s));
+    QCOMPARE(stored->timeFrom(), edits.contains(u"start"_s) ? from.addSecs(-3600) : from);
+    QCOMPARE(stored->timeTo(), edits.contains(u"end"_s) ? from.addSecs(7200) : from.addSecs(1800));
+    QCOMPARE(stored->yearMonth(), 202403);
+}
+
+void TestStore::changeOfActivityDeletedElsewhereFails_data()
+{
+    QTest::addColumn<QString>("change");
+
+    QTest::newRow("new text naming a new project") << "text";
+    QTest::newRow("touch of the end") << "end";
+    QTest::newRow("deletion") << "delete";
+}
+
+void TestStore::changeOfActivityDeletedElsewhereFails()
+{
+    QFETCH(QString, change);
+    auto app = openStore();
+    auto appContext = app->newContext();
+    const ActivityPtr activity = insert(*appContext, u"@Acme doomed"_s);
+    QVERIFY(appContext->save());
+
+    auto cli = openStore();
+    auto cliContext = cli->newContext();
+    DeletedActivity::deleteActivity(*cliContext->activityWithUid(activity->uid()), *cliContext);
+    QVERIFY(cliContext->save());
+
+    if (change == "text"_L1)
+        activity->setText(u"@Orphan #never edited"_s);
+    else if (change == "end"_L1)
+        activity->setTimeTo(activity->timeTo().addSecs(30));
+    else
+        DeletedActivity::deleteActivity(activity, *appContext);
+    const ActivityPtr added = insert(*appContext, u"@Kept added in the same save"_s);
+    const auto failed = appContext->save();
+    QVERIFY(!failed);
+    QCOMPARE(failed.error().code(), ActivityErrors::NotFoundCode);
+    QCOMPARE(failed.error().message(), u"Activity not found!"_s);
+    QCOMPARE(totals(*app, false), QStringList { u"Acme 0"_s });
+    QCOMPARE(totals(*app, true), QStringList {});
+
+    // The vanished activity has left the context; the rest of the save goes through on the next try.
+    QVERIFY(activity->isDeleted());
+    QCOMPARE(activity->context(), nullptr);
+    QVERIFY(appContext->save());
+    QCOMPARE(*app->newContext()->countActivities(), 1);
+    QCOMPARE((*app->newContext()->activityWithUid(added->uid()))->project()->name(), u"Kept"_s);
 }
 
 QTEST_GUILESS_MAIN(TestStore)

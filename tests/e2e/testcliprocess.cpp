@@ -32,6 +32,8 @@ private Q_SLOTS:
     void readOnlyStoreRefusesWritesAndStillLists();
     void fullDiskKeepsWhatWasCommitted();
     void commandsWriteNoSettings();
+    void parallelAddsShareOneNewProject_data();
+    void parallelAddsShareOneNewProject();
 
 private:
     struct Result
@@ -272,6 +274,42 @@ void TestCliProcess::commandsWriteNoSettings()
     // The folder chosen in the settings does not exist: the run fails, and still writes nothing.
     QCOMPARE(brimvale({ u"sync"_s }, noBus).status, 1);
     QCOMPARE(bytes(), before);
+}
+
+void TestCliProcess::parallelAddsShareOneNewProject_data()
+{
+    QTest::addColumn<bool>("storeExists");
+    QTest::newRow("store made by the app") << true;
+    QTest::newRow("first use: the commands make the store") << false;
+}
+
+void TestCliProcess::parallelAddsShareOneNewProject()
+{
+    // A script starts a dozen adds of one new project at once.
+    QFETCH(bool, storeExists);
+    if (storeExists) {
+        StoreOptions options;
+        options.applicationFilesDirectory = m_home->applicationFilesDirectory();
+        QVERIFY(Store::open(options));
+    }
+    std::vector<std::unique_ptr<QProcess>> processes;
+    for (int i = 0; i < 12; ++i) {
+        processes.push_back(std::make_unique<QProcess>());
+        processes.back()->start(QStringLiteral(BRIMVALE_EXECUTABLE),
+            { u"add"_s, u"@NewProj #Kickoff part %1"_s.arg(i), u"--from"_s, u"2024-03-12T09:00"_s, u"--to"_s,
+                u"2024-03-12T09:30"_s });
+    }
+    for (const auto &process : processes) {
+        QVERIFY(process->waitForFinished(60000));
+        QVERIFY2(process->exitStatus() == QProcess::NormalExit && process->exitCode() == 0,
+            process->readAllStandardError().constData());
+    }
+    QCOMPARE(brimvale({ u"projects"_s }).out.split(u'\n', Qt::SkipEmptyParts).size(), 1);
+    QCOMPARE(brimvale({ u"tasks"_s }).out.split(u'\n', Qt::SkipEmptyParts).size(), 1);
+    QCOMPARE(QJsonDocument::fromJson(brimvale({ u"list"_s, u"--project"_s, u"newproj"_s, u"--json"_s }).out.toUtf8())
+                 .array()
+                 .size(),
+        12);
 }
 
 QTEST_GUILESS_MAIN(TestCliProcess)

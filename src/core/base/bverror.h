@@ -22,7 +22,9 @@ public:
     // The description, followed by the failure reason where there is one; for logs and the command line.
     QString message() const;
 
-    bool operator==(const BvError &other) const = default;
+    // Out of line: a defaulted comparison over the list of BvErrors cannot be checked by Qt's meta types,
+    // which signals carrying an error need.
+    bool operator==(const BvError &other) const;
 
 private:
     QString m_domain;

@@ -32,7 +32,7 @@ void Activity::setUid(const QString &uid)
     if (uid == m_uid)
         return;
     m_uid = uid;
-    markChanged();
+    markChanged(Field::Uid);
 }
 
 void Activity::setText(const QString &text)
@@ -40,7 +40,7 @@ void Activity::setText(const QString &text)
     if (text == m_text && text.isNull() == m_text.isNull())
         return;
     m_text = text;
-    markChanged();
+    markChanged(Field::Text);
 }
 
 void Activity::setTimeFrom(const QDateTime &timeFrom)
@@ -48,26 +48,26 @@ void Activity::setTimeFrom(const QDateTime &timeFrom)
     m_timeFrom = utc(timeFrom);
     m_yearMonth = yearMonthOf(m_timeFrom);
     calculateDuration();
-    markChanged();
+    markChanged(Field::TimeFrom);
 }
 
 void Activity::setTimeTo(const QDateTime &timeTo)
 {
     m_timeTo = utc(timeTo);
     calculateDuration();
-    markChanged();
+    markChanged(Field::TimeTo);
 }
 
 void Activity::setCreatedAt(const QDateTime &createdAt)
 {
     m_createdAt = utc(createdAt);
-    markChanged();
+    markChanged(Field::CreatedAt);
 }
 
 void Activity::setModifiedAt(const QDateTime &modifiedAt)
 {
     m_modifiedAt = utc(modifiedAt);
-    markChanged();
+    markChanged(Field::ModifiedAt);
 }
 
 void Activity::setIsInvoiced(bool isInvoiced)
@@ -75,7 +75,7 @@ void Activity::setIsInvoiced(bool isInvoiced)
     if (isInvoiced == m_isInvoiced)
         return;
     m_isInvoiced = isInvoiced;
-    markChanged();
+    markChanged(Field::IsInvoiced);
 }
 
 int Activity::yearMonthOf(const QDateTime &instant)
@@ -91,7 +91,7 @@ void Activity::setProject(const ProjectPtr &project)
     if (project == m_project)
         return;
     m_project = project;
-    markChanged();
+    markChanged(Field::Project);
 }
 
 void Activity::setTasks(const QList<TaskPtr> &tasks)
@@ -105,8 +105,7 @@ void Activity::setTasks(const QList<TaskPtr> &tasks)
     if (distinct == m_tasks)
         return;
     m_tasks = std::move(distinct);
-    m_tasksChanged = true;
-    markChanged();
+    markTasksChanged();
 }
 
 void Activity::calculateDuration()
@@ -220,9 +219,16 @@ void Activity::prepareForDeletion()
     }
 }
 
-void Activity::markChanged()
+void Activity::markChanged(Field field)
 {
-    m_changed = true;
+    m_changedFields |= field;
+    if (m_context)
+        m_context->activityChanged(this);
+}
+
+void Activity::markTasksChanged()
+{
+    m_tasksChanged = true;
     if (m_context)
         m_context->activityChanged(this);
 }

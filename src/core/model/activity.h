@@ -76,12 +76,29 @@ public:
     qint64 objectId() const { return m_id; }
     bool isInserted() const { return m_id == 0 && !m_deleted; }
     bool isDeleted() const { return m_deleted; }
-    bool hasChanges() const { return m_changed || m_tasksChanged || m_deleted; }
+    bool hasChanges() const { return m_changedFields.toInt() != 0 || m_tasksChanged || m_deleted; }
     StoreContext *context() const { return m_context; }
+
+    // The stored columns, for telling which of them an unsaved change touches. A save writes only these:
+    // a concurrent change of another column by another process survives.
+    enum class Field : quint16 {
+        Uid = 0x1,
+        Text = 0x2,
+        TimeFrom = 0x4, // with the month key
+        TimeTo = 0x8,
+        CreatedAt = 0x10,
+        ModifiedAt = 0x20,
+        IsInvoiced = 0x40,
+        Project = 0x80,
+    };
+    Q_DECLARE_FLAGS(Fields, Field)
+    Fields changedFields() const { return m_changedFields; }
 
 private:
     friend class StoreContext;
-    void markChanged();
+    friend class StoreWriter;
+    void markChanged(Field field);
+    void markTasksChanged();
 
     qint64 m_id = 0;
     QString m_uid;
@@ -98,16 +115,21 @@ private:
     qint64 m_durationSecs = 0;
     qint64 m_durationMins = 0;
 
-    bool m_changed = false;
+    Fields m_changedFields;
     bool m_tasksChanged = false;
     bool m_deleted = false;
     bool m_pending = false;
     StoreContext *m_context = nullptr;
 };
 
+Q_DECLARE_OPERATORS_FOR_FLAGS(Activity::Fields)
+
 using ActivityPtr = std::shared_ptr<Activity>;
 
 namespace ActivityErrors {
+// An update or deletion found no row: another context or process deleted the activity meanwhile.
+inline constexpr int NotFoundCode = 133000;
+inline constexpr auto NotFoundText = "Activity not found!";
 inline constexpr int DurationCode = 1550;
 inline constexpr int MultipleErrorsCode = 1560;
 inline constexpr auto DurationReason = "Duration must be atleast one second long";

@@ -8,19 +8,17 @@
 #include "export/activityexport.h"
 #include "model/likepattern.h"
 #include "model/store.h"
+#include "model/storechanges.h"
 #include "model/storecontext.h"
-#include "settings/bvsettings.h"
 
-namespace {
-constexpr int kDefaultRecentItemsCount = 10;
-}
-
-ActivityManager::ActivityManager(Store &store, BvSettings *settings, QObject *parent)
+ActivityManager::ActivityManager(Store &store, const RecentItemsOptions &recentItems, QObject *parent)
     : QObject(parent)
     , m_store(store)
-    , m_settings(settings)
+    , m_recentItems(recentItems)
     , m_context(store.newContext())
-{ }
+{
+    connect(&store, &Store::changed, this, &ActivityManager::onStoreChanged);
+}
 
 ActivityManager::~ActivityManager() = default;
 
@@ -55,10 +53,7 @@ void ActivityManager::stopCurrentActivityAt(const QDateTime &at, bool andContinu
         if (activity->timeFrom().msecsTo(activity->timeTo()) < 1000)
             activity->setTimeTo(activity->timeFrom().addSecs(1));
     }
-    // A failed save keeps the changes in the main context; the next save writes them.
-    if (auto saved = m_context->save(); !saved)
-        qCWarning(lcModel).noquote()
-            << QStringLiteral("Could not save the stopped activity: %1").arg(saved.error().message());
+    saveRunning("the stopped activity");
     Q_EMIT activityManagerStopped(this);
     if (activity && andContinueTracking)
         startTrack(activity->text());
@@ -76,9 +71,46 @@ void ActivityManager::touchCurrentActivity()
     const QDateTime now = m_context->now();
     m_currentActivity->setModifiedAt(now);
     m_currentActivity->setTimeTo(now);
-    if (auto saved = m_context->save(); !saved)
+    saveRunning("the running activity");
+    if (runningActivityVanished()) {
+        m_currentActivity.reset();
+        Q_EMIT activityManagerStopped(this);
+    }
+}
+
+void ActivityManager::saveRunning(const char *what)
+{
+    // A failed save keeps the changes in the main context; the next save writes them.
+    if (auto saved = m_context->save(); !saved) {
         qCWarning(lcModel).noquote()
-            << QStringLiteral("Could not save the running activity: %1").arg(saved.error().message());
+            << QStringLiteral("Could not save %1: %2").arg(QLatin1String(what), saved.error().message());
+        Q_EMIT saveFailed(saved.error());
+    }
+}
+
+bool ActivityManager::runningActivityVanished()
+{
+    // A context lets go of an activity it found deleted in the store.
+    return m_currentActivity && m_currentActivity->context() != m_context.get();
+}
+
+void ActivityManager::onStoreChanged(const StoreChanges &changes)
+{
+    if (!m_currentActivity || !changes.mayHaveChanged(m_currentActivity->uid()))
+        return;
+    // Unsaved changes of the running activity (a new text not yet touched) stay; every other column
+    // takes what the other context or process stored, so the next touch writes nothing stale.
+    const std::expected<bool, BvError> present = m_context->refreshObject(m_currentActivity, true);
+    if (!present) {
+        qCWarning(lcModel).noquote()
+            << QStringLiteral("Could not re-read the running activity: %1").arg(present.error().message());
+        return;
+    }
+    if (!*present) {
+        qCInfo(lcModel) << "the running activity was deleted elsewhere; tracking stops";
+        m_currentActivity.reset();
+        Q_EMIT activityManagerStopped(this);
+    }
 }
 
 bool ActivityManager::saveActivity(const QString &text, const QDateTime &from, const QDateTime &to, QString *error)
@@ -121,12 +153,27 @@ bool ActivityManager::update(
             *error = QStringLiteral("Activity not found!");
         return false;
     }
-    const ActivityPtr &stored = *found;
+    const ActivityPtr stored = *found;
     stored->setText(activity);
     stored->setTimeFrom(from);
     stored->setTimeTo(to);
     stored->setModifiedAt(m_context->now());
-    return m_context->save().has_value();
+    const std::expected<void, BvError> saved = m_context->save();
+    if (saved)
+        return true;
+    if (saved.error().code() == ActivityErrors::NotFoundCode) {
+        if (error)
+            *error = QString::fromLatin1(ActivityErrors::NotFoundText);
+    } else if (stored->context() == m_context.get()) {
+        // The refused edit must not stay pending in the main context, or every later touch of the running
+        // activity would fail with it.
+        m_context->refreshObject(stored, false);
+    }
+    if (runningActivityVanished()) {
+        m_currentActivity.reset();
+        Q_EMIT activityManagerStopped(this);
+    }
+    return false;
 }
 
 ProjectPtr ActivityManager::findProject(const QString &name, StoreContext &inManagedObjectContext)
@@ -186,9 +233,9 @@ bool ActivityManager::isEmpty(const QString &text)
 
 QList<RecentActivityItem> ActivityManager::recentActivities() const
 {
-    const int count = m_settings ? m_settings->recentItemsCount() : kDefaultRecentItemsCount;
-    const bool byDate = m_settings ? m_settings->recentItemsOrderedByDate() : true;
-    const bool excludeInvoiced = m_settings && m_settings->recentItemsExcludeInvoiced();
+    const int count = m_recentItems.count;
+    const bool byDate = m_recentItems.orderedByDate;
+    const bool excludeInvoiced = m_recentItems.excludeInvoiced;
     QList<RecentActivityItem> items;
     if (count <= 0)
         return items;

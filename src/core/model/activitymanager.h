@@ -8,24 +8,30 @@
 #include <QString>
 #include <QStringList>
 
+#include "base/bverror.h"
 #include "model/activity.h"
 #include "model/recentactivityitem.h"
+#include "model/recentitemsoptions.h"
 
-class BvSettings;
 class Store;
+class StoreChanges;
 class StoreContext;
 
 // The tracking engine: knows the running activity, starts, updates, touches and stops it, and answers the
 // lists that menus and completion need. Main thread only. Failures come back as message strings (null on
 // success), never as exceptions. The running activity lives only here, not in the store; it is stored
-// from its first second, and every touch moves its stored end to now.
+// from its first second, and every touch moves its stored end (and nothing else) to now. It follows the
+// store: when another context or process changes the running activity it re-reads it, and when one
+// deletes it tracking stops.
 class ActivityManager : public QObject
 {
     Q_OBJECT
 public:
-    // `settings` supplies the recent-list options; defaults apply without one.
-    ActivityManager(Store &store, BvSettings *settings, QObject *parent = nullptr);
+    ActivityManager(Store &store, const RecentItemsOptions &recentItems = {}, QObject *parent = nullptr);
     ~ActivityManager() override;
+
+    RecentItemsOptions recentItemsOptions() const { return m_recentItems; }
+    void setRecentItemsOptions(const RecentItemsOptions &options) { m_recentItems = options; }
 
     // The main context: the running activity and every list handed out live in it.
     StoreContext &context() const { return *m_context; }
@@ -47,7 +53,8 @@ public:
     // Inserts a stored activity in a context of its own and makes it current. Messages: "Activity can not
     // be empty!", "Some kind of error!".
     bool saveActivity(const QString &text, const QDateTime &from, const QDateTime &to, QString *error);
-    // Rewrites the activity with `uid`: "Activity not found!" when there is none.
+    // Rewrites the activity with `uid`: "Activity not found!" when there is none (also when it is deleted
+    // while saving). A refused edit leaves no message and no unsaved change behind.
     bool update(
         const QString &uid, const QString &activity, const QDateTime &from, const QDateTime &to, QString *error);
 
@@ -64,7 +71,7 @@ public:
     // True for a null text or one that is nothing but blanks and tabs; line breaks count as content.
     static bool isEmpty(const QString &text);
 
-    // Distinct recent texts in the order and number the settings ask for, marking the running one.
+    // Distinct recent texts in the order and number the options ask for, marking the running one.
     QList<RecentActivityItem> recentActivities() const;
     // Activities that started today (local calendar), newest first.
     QList<ActivityPtr> todaysActivities() const;
@@ -76,14 +83,21 @@ public:
 Q_SIGNALS:
     // A new running activity has been saved and made current.
     void activityManagerStarted(ActivityManager *manager);
-    // After every stop, also when nothing was running.
+    // After every stop, also when nothing was running, and when the running activity was deleted by
+    // another context or process.
     void activityManagerStopped(ActivityManager *manager);
+    // A touch or stop could not be saved; the changes stay unsaved and the next touch tries again. For the
+    // app to show: nothing else reports it.
+    void saveFailed(const BvError &error);
 
 private:
     QStringList completionNames(const QString &prefix, bool tasks);
+    void onStoreChanged(const StoreChanges &changes);
+    void saveRunning(const char *what);
+    bool runningActivityVanished();
 
     Store &m_store;
-    BvSettings *m_settings = nullptr;
+    RecentItemsOptions m_recentItems;
     std::unique_ptr<StoreContext> m_context;
     ActivityPtr m_currentActivity;
 };

@@ -31,6 +31,7 @@ public:
 
 private:
     friend class StoreContext;
+    friend class StoreWriter;
     void markChanged();
 
     qint64 m_id = 0;

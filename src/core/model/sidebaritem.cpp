@@ -7,7 +7,7 @@ void SidebarItem::setName(const QString &name)
     if (name == m_name && name.isNull() == m_name.isNull())
         return;
     m_name = name;
-    m_changed = true;
+    m_changed |= NameColumn;
     if (m_context)
         m_context->itemChanged(this, true);
 }
@@ -17,7 +17,7 @@ void SidebarItem::setPosition(std::optional<qint64> position)
     if (position == m_position)
         return;
     m_position = position;
-    markChanged();
+    markChanged(PositionColumn);
 }
 
 void SidebarItem::setVisible(bool visible)
@@ -25,7 +25,7 @@ void SidebarItem::setVisible(bool visible)
     if (visible == m_visible)
         return;
     m_visible = visible;
-    markChanged();
+    markChanged(VisibleColumn);
 }
 
 void SidebarItem::setInitialPosition()
@@ -36,12 +36,12 @@ void SidebarItem::setInitialPosition()
         m_position = *highest + 1;
     if (!m_position)
         m_position = 0;
-    markChanged();
+    markChanged(PositionColumn);
 }
 
-void SidebarItem::markChanged()
+void SidebarItem::markChanged(Column column)
 {
-    m_changed = true;
+    m_changed |= column;
     if (m_context)
         m_context->itemChanged(this, false);
 }

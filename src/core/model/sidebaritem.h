@@ -28,7 +28,7 @@ public:
 
     // The store's row id; 0 until the object has been saved.
     qint64 objectId() const { return m_id; }
-    bool hasChanges() const { return m_changed; }
+    bool hasChanges() const { return m_changed != 0; }
 
 protected:
     SidebarItem() = default;
@@ -36,13 +36,16 @@ protected:
 
 private:
     friend class StoreContext;
-    void markChanged();
+    friend class StoreWriter;
+    // Which columns an unsaved change touches.
+    enum Column : quint8 { NameColumn = 0x1, PositionColumn = 0x2, VisibleColumn = 0x4 };
+    void markChanged(Column column);
 
     qint64 m_id = 0;
     QString m_name;
     std::optional<qint64> m_position;
     bool m_visible = true;
-    bool m_changed = false;
+    quint8 m_changed = 0;
     bool m_pending = false;
     StoreContext *m_context = nullptr;
 };

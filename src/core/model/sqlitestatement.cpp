@@ -45,6 +45,11 @@ qint64 SqliteStatement::lastInsertRowId(sqlite3 *db)
     return sqlite3_last_insert_rowid(db);
 }
 
+qint64 SqliteStatement::changes(sqlite3 *db)
+{
+    return sqlite3_changes64(db);
+}
+
 void SqliteStatement::bindInt64(int index, qint64 value)
 {
     sqlite3_bind_int64(m_statement, index, value);

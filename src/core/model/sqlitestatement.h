@@ -28,6 +28,8 @@ public:
     std::expected<void, BvError> prepare(sqlite3 *db, const QString &sql);
     // The row id of the last insert on the connection.
     static qint64 lastInsertRowId(sqlite3 *db);
+    // The rows changed by the connection's last INSERT, UPDATE or DELETE.
+    static qint64 changes(sqlite3 *db);
 
     // Parameters count from 1, as in SQL.
     void bindInt64(int index, qint64 value);

@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QMetaMethod>
 #include <QSqlError>
 #include <QSqlQuery>
 #include <QStandardPaths>
@@ -293,12 +294,38 @@ bool Store::checkForExternalChanges()
     m_dataVersion = version;
     if (changedElsewhere) {
         qCDebug(lcStore) << "store changed by another connection";
-        Q_EMIT changed(AllEntities);
+        didCommit(StoreChanges::everything());
     }
     return changedElsewhere;
 }
 
-void Store::didCommit(Entities entities)
+bool Store::hasChangeListeners() const
 {
-    Q_EMIT changed(entities);
+    return isSignalConnected(QMetaMethod::fromSignal(&Store::changed));
+}
+
+void Store::didCommit(const StoreChanges &changes)
+{
+    if (changes.isEmpty() || !hasChangeListeners())
+        return;
+    QMutexLocker lock(&m_changesMutex);
+    if (m_pendingChanges.isEmpty())
+        m_pendingChanges = changes;
+    else
+        m_pendingChanges.merge(changes);
+    if (std::exchange(m_deliveryQueued, true))
+        return;
+    QMetaObject::invokeMethod(this, &Store::deliverChanges, Qt::QueuedConnection);
+}
+
+void Store::deliverChanges()
+{
+    StoreChanges changes;
+    {
+        QMutexLocker lock(&m_changesMutex);
+        changes = std::exchange(m_pendingChanges, StoreChanges());
+        m_deliveryQueued = false;
+    }
+    if (!changes.isEmpty())
+        Q_EMIT changed(changes);
 }

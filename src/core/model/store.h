@@ -11,6 +11,7 @@
 #include <QTimer>
 
 #include "base/bverror.h"
+#include "model/storechanges.h"
 
 class Clock;
 class QThread;
@@ -31,8 +32,8 @@ struct StoreOptions
 };
 
 // The one SQLite file that holds the journal, opened in WAL mode with one connection per thread.
-// Work is done in StoreContexts (units of work), each saved in one transaction. After every commit, and
-// when another process (the command line while the app runs) has committed, `changed` is emitted.
+// Work is done in StoreContexts (units of work), each saved in one transaction. After commits, and when
+// another process (the command line while the app runs) has committed, `changed` says what changed.
 //
 // A store whose file or folder cannot be written is opened read-only: it reads as usual, every save fails
 // with "attempt to write a readonly database", and it leaves no "-wal" or "-shm" file behind. It stays
@@ -41,16 +42,9 @@ class Store : public QObject
 {
     Q_OBJECT
 public:
-    enum class Entity {
-        Activity = 0x1,
-        Project = 0x2,
-        Task = 0x4,
-        DeletedActivity = 0x8,
-        SyncFile = 0x10,
-    };
-    Q_DECLARE_FLAGS(Entities, Entity)
-    Q_FLAG(Entities)
-    static constexpr Entities AllEntities = Entities(0x1f);
+    using Entity = StoreChanges::Entity;
+    using Entities = StoreChanges::Entities;
+    static constexpr Entities AllEntities = StoreChanges::AllEntities;
 
     // ~/.local/share/Brimvale: the user's application data folder.
     static QString applicationFilesDirectory();
@@ -82,16 +76,24 @@ public:
     // Polls PRAGMA data_version on the owning thread's connection to notice commits of other
     // processes. Off until asked for.
     void setWatchesExternalChanges(bool watch, int intervalMsecs = 1000);
-    // Emits `changed` with every entity kind if another connection has committed since the last check.
+    // Announces StoreChanges::everything() if another connection has committed since the last check.
     bool checkForExternalChanges();
 
-    // Called by a context after its commit.
-    void didCommit(Entities entities);
+    // Called by a context after its commit, on any thread.
+    void didCommit(const StoreChanges &changes);
+    // Whether anything is connected to `changed`: without a listener, a save need not gather the uids it
+    // wrote (a bulk import writes a hundred thousand).
+    bool hasChangeListeners() const;
 
 Q_SIGNALS:
-    void changed(Store::Entities entities);
+    // Emitted on the thread this store lives on (the one that opened it), whichever thread committed: a
+    // sync run's commits on its own thread arrive here too. Commits are gathered until that thread's event
+    // loop next runs and then reported in one emission, so a listener never sees the store mid-way through
+    // a burst of saves and never runs on the committing thread.
+    void changed(const StoreChanges &changes);
 
 private:
+    void deliverChanges();
     Store(const QString &path, const StoreOptions &options, bool readOnly);
     std::expected<QSqlDatabase, BvError> openConnection(const QString &name);
     std::expected<void, BvError> useWriteAheadLog(QSqlDatabase &db);
@@ -109,6 +111,7 @@ private:
     QHash<QThread *, QString> m_connections;
     QTimer m_watchTimer;
     qint64 m_dataVersion = -1;
+    QMutex m_changesMutex;
+    StoreChanges m_pendingChanges;
+    bool m_deliveryQueued = false;
 };
-
-Q_DECLARE_OPERATORS_FOR_FLAGS(Store::Entities)

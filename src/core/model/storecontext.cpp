@@ -10,119 +10,19 @@
 
 #include "base/clock.h"
 #include "base/logging.h"
+#include "model/activityquerysql.h"
 #include "model/likepattern.h"
 #include "model/namekey.h"
 #include "model/sqlitestatement.h"
 #include "model/storeerrors.h"
+#include "model/storewriter.h"
+#include "model/tasklinks.h"
 
 namespace {
-
-// Above this many fetched activities, reading the whole link table beats one lookup per activity.
-constexpr qsizetype kScanTaskLinksAbove = 2000;
-constexpr qsizetype kIdsPerStatement = 500;
-
-QVariant msecs(const QDateTime &instant)
-{
-    return instant.isValid() ? QVariant(instant.toMSecsSinceEpoch()) : QVariant(QMetaType::fromType<qint64>());
-}
 
 QDateTime instant(const QVariant &value)
 {
     return value.isNull() ? QDateTime() : QDateTime::fromMSecsSinceEpoch(value.toLongLong(), Qt::UTC);
-}
-
-QVariant optionalInteger(const std::optional<qint64> &value)
-{
-    return value ? QVariant(*value) : QVariant(QMetaType::fromType<qint64>());
-}
-
-QString nameKey(const QString &name)
-{
-    return NameKey::fromName(name);
-}
-
-struct Where
-{
-    QString sql;
-    QVariantList binds;
-};
-
-Where whereClause(const ActivityQuery &query)
-{
-    QStringList conditions;
-    Where where;
-    auto add = [&](const char *condition, const QVariant &value) {
-        conditions.append(QString::fromLatin1(condition));
-        where.binds.append(value);
-    };
-    if (query.startsFrom)
-        add("a.time_from >= ?", msecs(*query.startsFrom));
-    if (query.startsUntil)
-        add("a.time_from <= ?", msecs(*query.startsUntil));
-    if (query.overlapsFrom) {
-        add("a.time_to >= ?", msecs(*query.overlapsFrom));
-        // No activity is longer than the longest ever stored, so this bound lets the time_from index
-        // narrow an overlap query to the range instead of everything before it.
-        add("a.time_from >= ? - (SELECT max_span FROM activity_bounds)", msecs(*query.overlapsFrom));
-    }
-    if (query.overlapsUntil)
-        add("a.time_from < ?", msecs(*query.overlapsUntil));
-    if (query.endsUntil)
-        add("a.time_to <= ?", msecs(*query.endsUntil));
-    if (query.yearMonth)
-        add("a.year_month = ?", *query.yearMonth);
-    if (query.isInvoiced)
-        add("a.is_invoiced = ?", *query.isInvoiced ? 1 : 0);
-    if (query.uid)
-        add("a.uid = ?", *query.uid);
-    auto idList = [](const QList<qint64> &ids) {
-        QStringList numbers;
-        numbers.reserve(ids.size());
-        for (qint64 id : ids)
-            numbers.append(QString::number(id));
-        return numbers.isEmpty() ? QStringLiteral("NULL") : numbers.join(QLatin1Char(','));
-    };
-    if (query.projectIds)
-        conditions.append(QStringLiteral("a.project_id IN (%1)").arg(idList(*query.projectIds)));
-    if (query.taskIds)
-        conditions.append(QStringLiteral("EXISTS (SELECT 1 FROM activity_tasks t WHERE t.activity_id = a.id "
-                                         "AND t.task_id IN (%1))")
-                              .arg(idList(*query.taskIds)));
-    if (!conditions.isEmpty())
-        where.sql = QStringLiteral(" WHERE ") + conditions.join(QStringLiteral(" AND "));
-    return where;
-}
-
-QString orderAndLimit(const ActivityQuery &query)
-{
-    QString tail;
-    switch (query.order) {
-    case ActivityQuery::Order::Unordered:
-        break;
-    case ActivityQuery::Order::TimeFromAscending:
-        tail = QStringLiteral(" ORDER BY a.time_from ASC, a.id ASC");
-        break;
-    case ActivityQuery::Order::TimeFromDescending:
-        tail = QStringLiteral(" ORDER BY a.time_from DESC, a.id DESC");
-        break;
-    }
-    // With a text pattern the limit applies after matching, which happens outside SQL.
-    if (query.limit > 0 && !query.textLike)
-        tail += QStringLiteral(" LIMIT %1").arg(query.limit);
-    return tail;
-}
-
-void bindAll(SqliteStatement &statement, const QVariantList &binds)
-{
-    for (int i = 0; i < binds.size(); ++i) {
-        const QVariant &value = binds.at(i);
-        if (value.isNull())
-            statement.bindNull(i + 1);
-        else if (value.metaType() == QMetaType::fromType<QString>())
-            statement.bindText(i + 1, value.toString());
-        else
-            statement.bindInt64(i + 1, value.toLongLong());
-    }
 }
 
 bool prepareAndBind(QSqlQuery &query, const QString &sql, const QVariantList &binds)
@@ -134,27 +34,9 @@ bool prepareAndBind(QSqlQuery &query, const QString &sql, const QVariantList &bi
     return true;
 }
 
-// Puts records read in table order into the query's order (start, then row id), when SQL did not.
-void sortRecords(
-    std::vector<ActivityRecord> &records, const std::vector<qint64> &ids, const ActivityQuery &query, bool sortHere)
-{
-    if (!sortHere)
-        return;
-    const bool ascending = query.order == ActivityQuery::Order::TimeFromAscending;
-    std::vector<std::size_t> order(records.size());
-    for (std::size_t i = 0; i < order.size(); ++i)
-        order[i] = i;
-    std::sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) {
-        if (records[a].timeFrom != records[b].timeFrom)
-            return ascending ? records[a].timeFrom < records[b].timeFrom : records[a].timeFrom > records[b].timeFrom;
-        return ascending ? ids[a] < ids[b] : ids[a] > ids[b];
-    });
-    std::vector<ActivityRecord> sorted;
-    sorted.reserve(records.size());
-    for (std::size_t i : order)
-        sorted.push_back(std::move(records[i]));
-    records = std::move(sorted);
-}
+const auto kActivityColumns = QStringLiteral("SELECT a.id, a.uid, a.text, a.time_from, a.time_to, a.created_at, "
+                                             "a.modified_at, a.is_invoiced, a.year_month, a.project_id "
+                                             "FROM activities a");
 
 } // namespace
 
@@ -212,7 +94,6 @@ void StoreContext::reset()
     m_tasks = ItemIndex();
     m_itemsLoaded = false;
     m_loadError.reset();
-    m_assignedIds.clear();
     m_activities.clear();
     m_deletedActivities.clear();
     m_syncFiles.clear();
@@ -240,7 +121,7 @@ ActivityPtr StoreContext::insertActivity(const QString &uid)
     activity->m_createdAt = created;
     activity->m_modifiedAt = created;
     activity->m_context = this;
-    activity->markChanged();
+    activity->markChanged(Activity::Field::Uid);
     return activity;
 }
 
@@ -249,7 +130,7 @@ ProjectPtr StoreContext::insertProject()
     auto project = std::make_shared<Project>();
     project->m_context = this;
     m_projects.inserted.push_back(project);
-    project->markChanged();
+    project->markChanged(SidebarItem::NameColumn);
     return project;
 }
 
@@ -258,7 +139,7 @@ TaskPtr StoreContext::insertTask()
     auto task = std::make_shared<Task>();
     task->m_context = this;
     m_tasks.inserted.push_back(task);
-    task->markChanged();
+    task->markChanged(SidebarItem::NameColumn);
     return task;
 }
 
@@ -385,9 +266,9 @@ void StoreContext::rebuildKeys(ItemIndex &items)
 {
     items.byKey.clear();
     for (const auto &item : std::as_const(items.byId))
-        items.byKey.insert(nameKey(item->name()), item);
+        items.byKey.insert(NameKey::fromName(item->name()), item);
     for (const auto &item : items.inserted)
-        items.byKey.insert(nameKey(item->name()), item);
+        items.byKey.insert(NameKey::fromName(item->name()), item);
     items.keysStale = false;
 }
 
@@ -422,7 +303,7 @@ std::shared_ptr<SidebarItem> StoreContext::findItem(const QString &name, bool ta
     ItemIndex &items = index(task);
     if (items.keysStale)
         rebuildKeys(items);
-    const QString key = nameKey(name);
+    const QString key = NameKey::fromName(name);
     if (std::shared_ptr<SidebarItem> found = items.byKey.value(key)) {
         // The spelling typed last wins for the whole store.
         if (found->name() != name) {
@@ -485,85 +366,29 @@ std::shared_ptr<SidebarItem> StoreContext::item(qint64 id, bool task)
     return index(task).byId.value(id);
 }
 
-std::expected<QStringList, BvError> StoreContext::fetchDistinctTexts(TextOrder order, bool onlyNotInvoiced, int limit)
+void StoreContext::readActivity(Activity &activity, const SqliteStatement &row, Activity::Fields keep)
 {
-    std::expected<QSqlDatabase, BvError> db = m_store.database();
-    if (!db)
-        return std::unexpected(db.error());
-    const QString filter = onlyNotInvoiced ? QStringLiteral(" AND is_invoiced = 0") : QString();
-    QStringList texts;
-    SqliteStatement rows;
-    if (order == TextOrder::TextDescending) {
-        if (auto prepared = rows.prepare(SqliteStatement::handle(*db),
-                QStringLiteral("SELECT DISTINCT text FROM activities WHERE text IS NOT NULL") + filter
-                    + QStringLiteral(" ORDER BY text DESC LIMIT %1").arg(limit));
-            !prepared)
-            return std::unexpected(prepared.error());
-        while (rows.next())
-            texts.append(rows.text(0));
-    } else {
-        // Walks the start index from the newest activity and stops once enough distinct texts are seen,
-        // so the usual case reads a handful of rows however large the journal is.
-        if (auto prepared = rows.prepare(SqliteStatement::handle(*db),
-                QStringLiteral("SELECT text FROM activities WHERE text IS NOT NULL") + filter
-                    + QStringLiteral(" ORDER BY time_from DESC"));
-            !prepared)
-            return std::unexpected(prepared.error());
-        QSet<QString> seen;
-        while (texts.size() < limit && rows.next()) {
-            QString text = rows.text(0);
-            if (!seen.contains(text)) {
-                seen.insert(text);
-                texts.append(std::move(text));
-            }
-        }
+    using Field = Activity::Field;
+    if (!keep.testFlag(Field::Uid))
+        activity.m_uid = row.text(1);
+    if (!keep.testFlag(Field::Text))
+        activity.m_text = row.text(2);
+    if (!keep.testFlag(Field::TimeFrom)) {
+        activity.m_timeFrom = row.instant(3);
+        activity.m_yearMonth = int(row.int64(8));
     }
-    if (rows.failed())
-        return std::unexpected(rows.error());
-    return texts;
-}
-
-std::expected<QList<int>, BvError> StoreContext::distinctYearMonths()
-{
-    std::expected<QSqlDatabase, BvError> db = m_store.database();
-    if (!db)
-        return std::unexpected(db.error());
-    SqliteStatement rows;
-    if (auto prepared = rows.prepare(SqliteStatement::handle(*db),
-            QStringLiteral("SELECT DISTINCT year_month FROM activities ORDER BY year_month"));
-        !prepared)
-        return std::unexpected(prepared.error());
-    QList<int> months;
-    while (rows.next())
-        months.append(int(rows.int64(0)));
-    if (rows.failed())
-        return std::unexpected(rows.error());
-    return months;
-}
-
-std::expected<QList<StoreContext::ItemTotal>, BvError> StoreContext::itemTotals(bool tasks)
-{
-    std::expected<QSqlDatabase, BvError> db = m_store.database();
-    if (!db)
-        return std::unexpected(db.error());
-    // Each duration truncates both instants to whole seconds, as an activity's own duration does.
-    const QString sql = tasks
-        ? QStringLiteral("SELECT t.name, COUNT(a.id), COALESCE(SUM(a.time_to / 1000 - a.time_from / 1000), 0) "
-                         "FROM tasks t LEFT JOIN activity_tasks l ON l.task_id = t.id "
-                         "LEFT JOIN activities a ON a.id = l.activity_id GROUP BY t.id")
-        : QStringLiteral("SELECT p.name, COUNT(a.id), COALESCE(SUM(a.time_to / 1000 - a.time_from / 1000), 0) "
-                         "FROM projects p LEFT JOIN activities a ON a.project_id = p.id GROUP BY p.id");
-    SqliteStatement rows;
-    if (auto prepared = rows.prepare(SqliteStatement::handle(*db), sql); !prepared)
-        return std::unexpected(prepared.error());
-    QList<ItemTotal> totals;
-    while (rows.next())
-        totals.append(ItemTotal { rows.text(0), rows.int64(1), rows.int64(2) });
-    if (rows.failed())
-        return std::unexpected(rows.error());
-    std::sort(totals.begin(), totals.end(),
-        [](const ItemTotal &a, const ItemTotal &b) { return a.name.compare(b.name, Qt::CaseInsensitive) < 0; });
-    return totals;
+    if (!keep.testFlag(Field::TimeTo))
+        activity.m_timeTo = row.instant(4);
+    if (!keep.testFlag(Field::CreatedAt))
+        activity.m_createdAt = row.instant(5);
+    if (!keep.testFlag(Field::ModifiedAt))
+        activity.m_modifiedAt = row.instant(6);
+    if (!keep.testFlag(Field::IsInvoiced))
+        activity.m_isInvoiced = row.int64(7) != 0;
+    if (!keep.testFlag(Field::Project))
+        activity.m_project
+            = row.isNull(9) ? ProjectPtr() : std::static_pointer_cast<Project>(item(row.int64(9), false));
+    activity.calculateDuration();
 }
 
 ActivityPtr StoreContext::activityFromRow(const SqliteStatement &row)
@@ -578,17 +403,8 @@ ActivityPtr StoreContext::activityFromRow(const SqliteStatement &row)
         activity->m_context = this;
         m_activities.insert(id, activity);
     }
-    activity->m_uid = row.text(1);
-    activity->m_text = row.text(2);
-    activity->m_timeFrom = row.instant(3);
-    activity->m_timeTo = row.instant(4);
-    activity->m_createdAt = row.instant(5);
-    activity->m_modifiedAt = row.instant(6);
-    activity->m_isInvoiced = row.int64(7) != 0;
-    activity->m_yearMonth = int(row.int64(8));
-    activity->m_project = row.isNull(9) ? ProjectPtr() : std::static_pointer_cast<Project>(item(row.int64(9), false));
+    readActivity(*activity, row, {});
     activity->m_tasks.clear();
-    activity->calculateDuration();
     return activity;
 }
 
@@ -603,120 +419,63 @@ std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivityRows(const
     sqlite3 *handle = SqliteStatement::handle(*db);
 
     SqliteStatement rows;
-    const QString sql = QStringLiteral("SELECT a.id, a.uid, a.text, a.time_from, a.time_to, a.created_at, "
-                                       "a.modified_at, a.is_invoiced, a.year_month, a.project_id "
-                                       "FROM activities a")
-        + where + tail;
-    if (std::expected<void, BvError> prepared = rows.prepare(handle, sql); !prepared)
+    if (std::expected<void, BvError> prepared = rows.prepare(handle, kActivityColumns + where + tail); !prepared)
         return std::unexpected(prepared.error());
-    bindAll(rows, binds);
+    for (int i = 0; i < binds.size(); ++i) {
+        const QVariant &value = binds.at(i);
+        if (value.isNull())
+            rows.bindNull(i + 1);
+        else if (value.metaType() == QMetaType::fromType<QString>())
+            rows.bindText(i + 1, value.toString());
+        else
+            rows.bindInt64(i + 1, value.toLongLong());
+    }
     const std::optional<LikePattern> pattern
         = textLike ? std::optional<LikePattern>(LikePattern(*textLike)) : std::nullopt;
     QList<ActivityPtr> result;
-    std::vector<std::pair<qint64, Activity *>> needTasks;
+    std::vector<qint64> ids;
+    std::vector<Activity *> needTasks;
     while (rows.next()) {
         if (pattern && !pattern->matches(rows.text(2)))
             continue;
         if (limit > 0 && result.size() >= limit)
             break;
         ActivityPtr activity = activityFromRow(rows);
-        if (!activity->m_pending)
-            needTasks.emplace_back(activity->m_id, activity.get());
+        if (!activity->m_pending) {
+            ids.push_back(activity->m_id);
+            needTasks.push_back(activity.get());
+        }
         result.append(std::move(activity));
     }
     if (rows.failed())
         return std::unexpected(rows.error());
-    if (needTasks.empty())
-        return result;
 
-    // Row ids are dense, so a plain vector finds the activity of a link row faster than a hash when the
-    // fetch covers most of the journal.
-    qint64 highestId = 0;
-    for (const auto &[id, activity] : needTasks)
-        highestId = qMax(highestId, id);
-    std::vector<Activity *> byId;
-    QHash<qint64, Activity *> sparse;
-    if (highestId < 4 * qint64(needTasks.size()) + 1024) {
-        byId.assign(std::size_t(highestId) + 1, nullptr);
-        for (const auto &[id, activity] : needTasks)
-            byId[std::size_t(id)] = activity;
-    } else {
-        sparse.reserve(qsizetype(needTasks.size()));
-        for (const auto &[id, activity] : needTasks)
-            sparse.insert(id, activity);
-    }
     QHash<qint64, TaskPtr> tasksById;
     tasksById.reserve(m_tasks.byId.size());
     for (auto it = m_tasks.byId.cbegin(); it != m_tasks.byId.cend(); ++it)
         tasksById.insert(it.key(), std::static_pointer_cast<Task>(it.value()));
-
-    SqliteStatement links;
-    auto linkAll = [&]() -> std::expected<void, BvError> {
-        while (links.next()) {
-            const qint64 activityId = links.int64(0);
-            Activity *activity = nullptr;
-            if (!byId.empty())
-                activity
-                    = activityId >= 0 && activityId < qint64(byId.size()) ? byId[std::size_t(activityId)] : nullptr;
-            else
-                activity = sparse.value(activityId);
-            if (!activity)
-                continue;
-            const qint64 taskId = links.int64(1);
-            TaskPtr task = tasksById.value(taskId);
-            if (!task) {
-                task = std::static_pointer_cast<Task>(item(taskId, true));
-                if (task)
-                    tasksById.insert(taskId, task);
-            }
+    std::expected<void, BvError> linked = TaskLinks::read(handle, ids, [&](std::size_t index, qint64 taskId) {
+        TaskPtr task = tasksById.value(taskId);
+        if (!task) {
+            // Another context or process made it since this one loaded its tasks.
+            task = std::static_pointer_cast<Task>(item(taskId, true));
             if (task)
-                activity->m_tasks.append(std::move(task));
+                tasksById.insert(taskId, task);
         }
-        if (links.failed())
-            return std::unexpected(links.error());
-        return {};
-    };
-    if (qsizetype(needTasks.size()) > kScanTaskLinksAbove) {
-        if (std::expected<void, BvError> prepared
-            = links.prepare(handle, QStringLiteral("SELECT activity_id, task_id FROM activity_tasks"));
-            !prepared)
-            return std::unexpected(prepared.error());
-        if (std::expected<void, BvError> linked = linkAll(); !linked)
-            return std::unexpected(linked.error());
-        return result;
-    }
-    QList<qint64> ids;
-    ids.reserve(qsizetype(needTasks.size()));
-    for (const auto &[id, activity] : needTasks)
-        ids.append(id);
-    for (qsizetype start = 0; start < ids.size(); start += kIdsPerStatement) {
-        const QList<qint64> chunk = ids.mid(start, kIdsPerStatement);
-        const QStringList marks(chunk.size(), QStringLiteral("?"));
-        const QString linkSql = QStringLiteral("SELECT activity_id, task_id FROM activity_tasks WHERE activity_id IN (")
-            + marks.join(QLatin1Char(',')) + QLatin1Char(')');
-        if (std::expected<void, BvError> prepared = links.prepare(handle, linkSql); !prepared)
-            return std::unexpected(prepared.error());
-        for (int i = 0; i < chunk.size(); ++i)
-            links.bindInt64(i + 1, chunk.at(i));
-        if (std::expected<void, BvError> linked = linkAll(); !linked)
-            return std::unexpected(linked.error());
-    }
+        if (task)
+            needTasks[index]->m_tasks.append(std::move(task));
+    });
+    if (!linked)
+        return std::unexpected(linked.error());
     return result;
 }
 
 std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivities(const ActivityQuery &query)
 {
-    const Where where = whereClause(query);
-    // Without a time range the start index would only order the rows, at the price of one table lookup per
-    // row; reading the table in its own order and sorting here is several times faster for a whole journal.
-    const bool sortHere = query.order != ActivityQuery::Order::Unordered && query.limit == 0 && !query.startsFrom
-        && !query.startsUntil && !query.overlapsFrom && !query.overlapsUntil;
-    if (!sortHere)
-        return fetchActivityRows(where.sql, where.binds, orderAndLimit(query), query.textLike, query.limit);
-
-    std::expected<QList<ActivityPtr>, BvError> rows
-        = fetchActivityRows(where.sql, where.binds, QString(), query.textLike, 0);
-    if (!rows)
+    const ActivityQuerySql sql(query);
+    std::expected<QList<ActivityPtr>, BvError> rows = fetchActivityRows(
+        sql.where(), sql.binds(), sql.tail(), query.textLike, sql.sortsInMemory() ? 0 : query.limit);
+    if (!rows || !sql.sortsInMemory())
         return rows;
     const bool ascending = query.order == ActivityQuery::Order::TimeFromAscending;
     std::sort(rows->begin(), rows->end(), [ascending](const ActivityPtr &a, const ActivityPtr &b) {
@@ -727,140 +486,6 @@ std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivities(const A
         return ascending ? a->m_id < b->m_id : a->m_id > b->m_id;
     });
     return rows;
-}
-
-std::expected<std::vector<ActivityStamp>, BvError> StoreContext::fetchActivityStamps(const ActivityQuery &query)
-{
-    Q_ASSERT(!query.textLike);
-    std::expected<QSqlDatabase, BvError> db = m_store.database();
-    if (!db)
-        return std::unexpected(db.error());
-    const Where where = whereClause(query);
-    SqliteStatement rows;
-    if (auto prepared = rows.prepare(SqliteStatement::handle(*db),
-            QStringLiteral("SELECT a.uid, a.modified_at FROM activities a") + where.sql);
-        !prepared)
-        return std::unexpected(prepared.error());
-    bindAll(rows, where.binds);
-    std::vector<ActivityStamp> stamps;
-    while (rows.next())
-        stamps.push_back({ rows.text(0), rows.int64(1) });
-    if (rows.failed())
-        return std::unexpected(rows.error());
-    return stamps;
-}
-
-std::expected<std::vector<ActivityRecord>, BvError> StoreContext::fetchActivityRecords(
-    const ActivityQuery &query, bool withTasks)
-{
-    if (std::expected<void, BvError> loaded = loadItems(true); !loaded)
-        return std::unexpected(loaded.error());
-    std::expected<QSqlDatabase, BvError> db = m_store.database();
-    if (!db)
-        return std::unexpected(db.error());
-    sqlite3 *handle = SqliteStatement::handle(*db);
-    const Where where = whereClause(query);
-    const bool sortHere = query.order != ActivityQuery::Order::Unordered && query.limit == 0 && !query.startsFrom
-        && !query.startsUntil && !query.overlapsFrom && !query.overlapsUntil;
-    SqliteStatement rows;
-    if (auto prepared = rows.prepare(handle,
-            QStringLiteral("SELECT a.id, a.uid, a.text, a.time_from, a.time_to, a.created_at, "
-                           "a.modified_at, a.is_invoiced, a.project_id FROM activities a")
-                + where.sql + (sortHere ? QString() : orderAndLimit(query)));
-        !prepared)
-        return std::unexpected(prepared.error());
-    bindAll(rows, where.binds);
-    const std::optional<LikePattern> pattern
-        = query.textLike ? std::optional<LikePattern>(LikePattern(*query.textLike)) : std::nullopt;
-    std::vector<ActivityRecord> records;
-    std::vector<qint64> ids;
-    while (rows.next()) {
-        if (pattern && !pattern->matches(rows.text(2)))
-            continue;
-        if (query.limit > 0 && qsizetype(records.size()) >= query.limit)
-            break;
-        ActivityRecord record;
-        record.uid = rows.text(1);
-        record.text = rows.text(2);
-        record.timeFrom = rows.int64(3);
-        record.timeTo = rows.int64(4);
-        record.createdAt = rows.int64(5);
-        record.modifiedAt = rows.int64(6);
-        record.isInvoiced = rows.int64(7) != 0;
-        if (!rows.isNull(8)) {
-            if (const auto project = m_projects.byId.value(rows.int64(8)))
-                record.project = project->name();
-        }
-        ids.push_back(rows.int64(0));
-        records.push_back(std::move(record));
-    }
-    if (rows.failed())
-        return std::unexpected(rows.error());
-    if (records.empty())
-        return records;
-    if (!withTasks) {
-        sortRecords(records, ids, query, sortHere);
-        return records;
-    }
-
-    // Task names through the link table, read whole and matched by row id: ids are dense, so a vector
-    // indexed by id maps a link to its record.
-    const qint64 highestId = *std::max_element(ids.cbegin(), ids.cend());
-    if (highestId < 4 * qint64(ids.size()) + 1024 || records.size() > std::size_t(kScanTaskLinksAbove)) {
-        std::vector<qint32> recordOf;
-        QHash<qint64, qint32> sparse;
-        const bool dense = highestId < 4 * qint64(ids.size()) + 1024;
-        if (dense)
-            recordOf.assign(std::size_t(highestId) + 1, -1);
-        for (std::size_t i = 0; i < ids.size(); ++i) {
-            if (dense)
-                recordOf[std::size_t(ids[i])] = qint32(i);
-            else
-                sparse.insert(ids[i], qint32(i));
-        }
-        SqliteStatement links;
-        if (auto prepared = links.prepare(handle, QStringLiteral("SELECT activity_id, task_id FROM activity_tasks"));
-            !prepared)
-            return std::unexpected(prepared.error());
-        while (links.next()) {
-            const qint64 activityId = links.int64(0);
-            qint32 index = -1;
-            if (dense)
-                index = activityId >= 0 && activityId <= highestId ? recordOf[std::size_t(activityId)] : -1;
-            else
-                index = sparse.value(activityId, -1);
-            if (index < 0)
-                continue;
-            // A link is unique and so is a task's name: no name can come twice.
-            if (const auto task = m_tasks.byId.value(links.int64(1)))
-                records[std::size_t(index)].tasks.append(task->name());
-        }
-        if (links.failed())
-            return std::unexpected(links.error());
-    } else {
-        SqliteStatement links;
-        if (auto prepared
-            = links.prepare(handle, QStringLiteral("SELECT task_id FROM activity_tasks WHERE activity_id = ?"));
-            !prepared)
-            return std::unexpected(prepared.error());
-        for (std::size_t i = 0; i < ids.size(); ++i) {
-            links.bindInt64(1, ids[i]);
-            while (links.next()) {
-                if (const auto task = m_tasks.byId.value(links.int64(0)))
-                    records[i].tasks.append(task->name());
-            }
-            if (links.failed())
-                return std::unexpected(links.error());
-            links.reset();
-        }
-    }
-    for (ActivityRecord &record : records) {
-        if (record.tasks.size() > 1)
-            record.tasks.sort();
-    }
-
-    sortRecords(records, ids, query, sortHere);
-    return records;
 }
 
 std::expected<ActivityPtr, BvError> StoreContext::activityWithUid(const QString &uid)
@@ -907,21 +532,19 @@ std::expected<QHash<QString, ActivityPtr>, BvError> StoreContext::activitiesWith
         }
         QHash<QString, ActivityPtr> found;
         found.reserve(ids.size());
-        for (qsizetype start = 0; start < ids.size(); start += kIdsPerStatement) {
-            const QList<qint64> chunk = ids.mid(start, kIdsPerStatement);
-            const QStringList marks(chunk.size(), QStringLiteral("?"));
-            QVariantList binds;
-            binds.reserve(chunk.size());
-            for (qint64 id : chunk)
-                binds.append(id);
-            std::expected<QList<ActivityPtr>, BvError> fetched = fetchActivityRows(
-                QStringLiteral(" WHERE a.id IN (") + marks.join(QLatin1Char(',')) + QLatin1Char(')'), binds, QString(),
-                std::nullopt, 0);
-            if (!fetched)
-                return std::unexpected(fetched.error());
-            for (const ActivityPtr &activity : std::as_const(*fetched))
-                found.insert(activity->uid(), activity);
-        }
+        std::expected<void, BvError> read = TaskLinks::forEachBatch(
+            ids, [&](const QList<qint64> &chunk, const QString &marks) -> std::expected<void, BvError> {
+                std::expected<QList<ActivityPtr>, BvError> fetched
+                    = fetchActivityRows(QStringLiteral(" WHERE a.id IN (") + marks + QLatin1Char(')'),
+                        QVariantList(chunk.cbegin(), chunk.cend()), QString(), std::nullopt, 0);
+                if (!fetched)
+                    return std::unexpected(fetched.error());
+                for (const ActivityPtr &activity : std::as_const(*fetched))
+                    found.insert(activity->uid(), activity);
+                return {};
+            });
+        if (!read)
+            return std::unexpected(read.error());
         return found;
     };
     std::expected<QHash<QString, ActivityPtr>, BvError> found = fetch();
@@ -929,34 +552,6 @@ std::expected<QHash<QString, ActivityPtr>, BvError> StoreContext::activitiesWith
     if (std::expected<void, BvError> released = release.execute(); !released && found)
         return std::unexpected(released.error());
     return found;
-}
-
-std::expected<qint64, BvError> StoreContext::countActivities(const ActivityQuery &query)
-{
-    std::expected<QSqlDatabase, BvError> db = m_store.database();
-    if (!db)
-        return std::unexpected(db.error());
-    const Where where = whereClause(query);
-    if (query.textLike) {
-        SqliteStatement texts;
-        if (auto prepared = texts.prepare(
-                SqliteStatement::handle(*db), QStringLiteral("SELECT a.text FROM activities a") + where.sql);
-            !prepared)
-            return std::unexpected(prepared.error());
-        bindAll(texts, where.binds);
-        const LikePattern pattern(*query.textLike);
-        qint64 count = 0;
-        while (texts.next())
-            count += pattern.matches(texts.text(0)) ? 1 : 0;
-        if (texts.failed())
-            return std::unexpected(texts.error());
-        return count;
-    }
-    QSqlQuery sql(*db);
-    if (!prepareAndBind(sql, QStringLiteral("SELECT COUNT(*) FROM activities a") + where.sql, where.binds)
-        || !sql.exec() || !sql.next())
-        return std::unexpected(StoreErrors::fromSql(sql));
-    return sql.value(0).toLongLong();
 }
 
 std::expected<QList<DeletedActivityPtr>, BvError> StoreContext::fetchDeletedActivities(
@@ -1049,10 +644,11 @@ std::expected<void, BvError> StoreContext::save()
     if (!hasChanges())
         return {};
 
-    // willSave may find or create projects and tasks; those join the same transaction.
+    // willSave may find or create projects and tasks; those join the same transaction, where the writer
+    // decides whether they are stored already.
     for (std::size_t i = 0; i < m_pendingActivities.size(); ++i) {
         const ActivityPtr activity = m_pendingActivities[i];
-        if (!activity->m_deleted)
+        if (!activity->m_deleted && (activity->m_id == 0 || activity->m_changedFields.testFlag(Activity::Field::Text)))
             activity->willSave(*this);
     }
     std::optional<BvError> invalid;
@@ -1065,230 +661,31 @@ std::expected<void, BvError> StoreContext::save()
     if (invalid)
         return std::unexpected(*invalid);
     if (m_loadError)
-        return std::unexpected(*m_loadError);
+        return std::unexpected(*std::exchange(m_loadError, std::nullopt));
 
     std::expected<QSqlDatabase, BvError> db = m_store.database();
     if (!db)
         return std::unexpected(db.error());
-    QSqlQuery control(*db);
-    if (!control.exec(QStringLiteral("BEGIN IMMEDIATE")))
-        return std::unexpected(StoreErrors::fromSql(control));
-    Store::Entities written;
-    std::expected<void, BvError> result = writeChanges(*db, written);
-    if (result && !control.exec(QStringLiteral("COMMIT")))
-        result = std::unexpected(StoreErrors::fromSql(control));
-    if (!result) {
-        control.exec(QStringLiteral("ROLLBACK"));
-        discardFailedInserts();
-        qCWarning(lcStore).noquote() << QStringLiteral("Save failed: %1").arg(result.error().message());
-        return result;
+    StoreWriter writer(*this, SqliteStatement::handle(*db), m_store.hasChangeListeners());
+    std::expected<StoreChanges, BvError> written = writer.run();
+    if (!written) {
+        // What was deleted elsewhere cannot be saved, now or later: it leaves this context so that the
+        // next save writes the rest.
+        for (const ActivityPtr &activity : writer.vanishedActivities())
+            detachVanished(activity);
+        qCWarning(lcStore).noquote() << QStringLiteral("Save failed: %1").arg(written.error().message());
+        return std::unexpected(written.error());
     }
     finishSave();
-    m_store.didCommit(written);
+    m_store.didCommit(*written);
     return {};
-}
-
-std::expected<void, BvError> StoreContext::writeChanges(const QSqlDatabase &db, Store::Entities &written)
-{
-    m_assignedIds.clear();
-    auto fail = [](const QSqlQuery &query) { return std::unexpected(StoreErrors::fromSql(query)); };
-    auto run = [](QSqlQuery &query, const QVariantList &binds) {
-        for (int i = 0; i < binds.size(); ++i)
-            query.bindValue(i, binds.at(i));
-        return query.exec();
-    };
-
-    for (const bool tasks : { false, true }) {
-        const QString table = tasks ? QStringLiteral("tasks") : QStringLiteral("projects");
-        QSqlQuery insert(db);
-        QSqlQuery update(db);
-        if (!insert.prepare(
-                QStringLiteral("INSERT INTO %1 (name, name_key, position, visible) VALUES (?, ?, ?, ?)").arg(table))
-            || !update.prepare(
-                QStringLiteral("UPDATE %1 SET name = ?, name_key = ?, position = ?, visible = ? WHERE id = ?")
-                    .arg(table)))
-            return fail(insert);
-        for (const auto &item : m_pendingItems) {
-            if (item->isTask() != tasks)
-                continue;
-            const QVariantList values { item->m_name, nameKey(item->m_name), optionalInteger(item->m_position),
-                item->m_visible ? 1 : 0 };
-            if (item->m_id == 0) {
-                if (!run(insert, values))
-                    return fail(insert);
-                item->m_id = insert.lastInsertId().toLongLong();
-                m_assignedIds.push_back(&item->m_id);
-            } else if (!run(update, values + QVariantList { item->m_id })) {
-                return fail(update);
-            }
-            written |= tasks ? Store::Entity::Task : Store::Entity::Project;
-        }
-    }
-
-    sqlite3 *handle = SqliteStatement::handle(db);
-    SqliteStatement insertActivity;
-    SqliteStatement updateActivity;
-    SqliteStatement deleteActivity;
-    SqliteStatement clearTasks;
-    SqliteStatement linkTask;
-    for (auto [statement, sql] :
-        { std::pair { &insertActivity,
-              "INSERT INTO activities (uid, text, time_from, time_to, created_at, modified_at, "
-              "is_invoiced, year_month, project_id) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)" },
-            std::pair { &updateActivity,
-                "UPDATE activities SET uid = ?, text = ?, time_from = ?, time_to = ?, "
-                "created_at = ?, modified_at = ?, is_invoiced = ?, year_month = ?, "
-                "project_id = ? WHERE id = ?" },
-            std::pair { &deleteActivity, "DELETE FROM activities WHERE id = ?" },
-            std::pair { &clearTasks, "DELETE FROM activity_tasks WHERE activity_id = ?" },
-            std::pair { &linkTask, "INSERT OR IGNORE INTO activity_tasks (activity_id, task_id) VALUES (?, ?)" } }) {
-        if (std::expected<void, BvError> prepared = statement->prepare(handle, QString::fromLatin1(sql)); !prepared)
-            return prepared;
-    }
-    auto bindActivity = [](SqliteStatement &statement, const Activity &activity) {
-        statement.bindText(1, activity.m_uid);
-        statement.bindText(2, activity.m_text);
-        statement.bindInstant(3, activity.m_timeFrom);
-        statement.bindInstant(4, activity.m_timeTo);
-        statement.bindInstant(5, activity.m_createdAt);
-        statement.bindInstant(6, activity.m_modifiedAt);
-        statement.bindInt64(7, activity.m_isInvoiced ? 1 : 0);
-        statement.bindInt64(8, activity.m_yearMonth);
-        if (activity.m_project)
-            statement.bindInt64(9, activity.m_project->m_id);
-        else
-            statement.bindNull(9);
-    };
-
-    qint64 longestSpan = 0;
-    for (const ActivityPtr &activity : m_pendingActivities) {
-        if (activity->m_deleted) {
-            if (activity->m_id == 0)
-                continue;
-            deleteActivity.bindInt64(1, activity->m_id);
-            if (std::expected<void, BvError> done = deleteActivity.execute(); !done)
-                return done;
-            written |= Store::Entity::Activity;
-            continue;
-        }
-        Q_ASSERT(!activity->m_project || activity->m_project->m_context == this);
-        const bool inserted = activity->m_id == 0;
-        if (inserted) {
-            bindActivity(insertActivity, *activity);
-            if (std::expected<void, BvError> done = insertActivity.execute(); !done)
-                return done;
-            activity->m_id = SqliteStatement::lastInsertRowId(handle);
-            m_assignedIds.push_back(&activity->m_id);
-        } else {
-            bindActivity(updateActivity, *activity);
-            updateActivity.bindInt64(10, activity->m_id);
-            if (std::expected<void, BvError> done = updateActivity.execute(); !done)
-                return done;
-        }
-        if (activity->m_tasksChanged || inserted) {
-            if (!inserted) {
-                clearTasks.bindInt64(1, activity->m_id);
-                if (std::expected<void, BvError> done = clearTasks.execute(); !done)
-                    return done;
-            }
-            for (const TaskPtr &task : std::as_const(activity->m_tasks)) {
-                linkTask.bindInt64(1, activity->m_id);
-                linkTask.bindInt64(2, task->m_id);
-                if (std::expected<void, BvError> done = linkTask.execute(); !done)
-                    return done;
-            }
-        }
-        longestSpan = qMax(longestSpan, activity->m_timeFrom.msecsTo(activity->m_timeTo));
-        written |= Store::Entity::Activity;
-    }
-    if (longestSpan > 0) {
-        SqliteStatement raiseBound;
-        if (auto prepared
-            = raiseBound.prepare(handle, QStringLiteral("UPDATE activity_bounds SET max_span = MAX(max_span, ?)"));
-            !prepared)
-            return prepared;
-        raiseBound.bindInt64(1, longestSpan);
-        if (std::expected<void, BvError> done = raiseBound.execute(); !done)
-            return done;
-    }
-
-    QSqlQuery tombstones(db);
-    for (const DeletedActivityPtr &tombstone : m_pendingDeletedActivities) {
-        bool ok = true;
-        if (tombstone->m_deleted) {
-            if (tombstone->m_id == 0)
-                continue;
-            ok = prepareAndBind(
-                     tombstones, QStringLiteral("DELETE FROM deleted_activities WHERE id = ?"), { tombstone->m_id })
-                && tombstones.exec();
-        } else if (tombstone->m_id == 0) {
-            ok = prepareAndBind(tombstones,
-                     QStringLiteral("INSERT INTO deleted_activities (uid, deleted_at, is_synced) "
-                                    "VALUES (?, ?, ?)"),
-                     { tombstone->m_uid, msecs(tombstone->m_deletedAt), tombstone->m_isSynced ? 1 : 0 })
-                && tombstones.exec();
-            if (ok) {
-                tombstone->m_id = tombstones.lastInsertId().toLongLong();
-                m_assignedIds.push_back(&tombstone->m_id);
-            }
-        } else {
-            ok = prepareAndBind(tombstones,
-                     QStringLiteral("UPDATE deleted_activities SET uid = ?, deleted_at = ?, is_synced = ? "
-                                    "WHERE id = ?"),
-                     { tombstone->m_uid, msecs(tombstone->m_deletedAt), tombstone->m_isSynced ? 1 : 0,
-                         tombstone->m_id })
-                && tombstones.exec();
-        }
-        if (!ok)
-            return fail(tombstones);
-        written |= Store::Entity::DeletedActivity;
-    }
-
-    QSqlQuery files(db);
-    for (const SyncFilePtr &file : m_pendingSyncFiles) {
-        bool ok = true;
-        if (file->m_deleted) {
-            if (file->m_id == 0)
-                continue;
-            ok = prepareAndBind(files, QStringLiteral("DELETE FROM sync_files WHERE id = ?"), { file->m_id })
-                && files.exec();
-        } else if (file->m_id == 0) {
-            ok = prepareAndBind(files,
-                     QStringLiteral("INSERT INTO sync_files (name, revision, activity_hash) VALUES (?, ?, ?)"),
-                     { file->m_name, file->m_revision, file->m_activityHash })
-                && files.exec();
-            if (ok) {
-                file->m_id = files.lastInsertId().toLongLong();
-                m_assignedIds.push_back(&file->m_id);
-            }
-        } else {
-            ok = prepareAndBind(files,
-                     QStringLiteral("UPDATE sync_files SET name = ?, revision = ?, activity_hash = ? "
-                                    "WHERE id = ?"),
-                     { file->m_name, file->m_revision, file->m_activityHash, file->m_id })
-                && files.exec();
-        }
-        if (!ok)
-            return fail(files);
-        written |= Store::Entity::SyncFile;
-    }
-    return {};
-}
-
-void StoreContext::discardFailedInserts()
-{
-    // The rolled-back rows never existed: a later save must insert these objects again.
-    for (qint64 *id : m_assignedIds)
-        *id = 0;
-    m_assignedIds.clear();
 }
 
 void StoreContext::finishSave()
 {
-    m_assignedIds.clear();
     for (const ActivityPtr &activity : m_pendingActivities) {
         activity->m_pending = false;
-        activity->m_changed = false;
+        activity->m_changedFields = {};
         activity->m_tasksChanged = false;
         if (activity->m_deleted) {
             m_activities.remove(activity->m_id);
@@ -1301,7 +698,7 @@ void StoreContext::finishSave()
 
     for (const auto &item : m_pendingItems) {
         item->m_pending = false;
-        item->m_changed = false;
+        item->m_changed = 0;
         ItemIndex &items = index(item->isTask());
         items.byId.insert(item->m_id, item);
         std::erase(items.inserted, item);
@@ -1351,21 +748,20 @@ void StoreContext::refreshObjects()
         ++it;
     }
     QSet<qint64> present;
-    for (qsizetype start = 0; start < ids.size(); start += kIdsPerStatement) {
-        const QList<qint64> chunk = ids.mid(start, kIdsPerStatement);
-        QStringList marks(chunk.size(), QStringLiteral("?"));
-        QVariantList binds;
-        for (qint64 id : chunk)
-            binds.append(id);
-        std::expected<QList<ActivityPtr>, BvError> fetched
-            = fetchActivityRows(QStringLiteral(" WHERE a.id IN (") + marks.join(QLatin1Char(',')) + QLatin1Char(')'),
-                binds, QString(), std::nullopt, 0);
-        if (!fetched) {
-            qCWarning(lcStore).noquote() << QStringLiteral("Refresh failed: %1").arg(fetched.error().message());
-            return;
-        }
-        for (const ActivityPtr &activity : std::as_const(*fetched))
-            present.insert(activity->m_id);
+    std::expected<void, BvError> read = TaskLinks::forEachBatch(
+        ids, [&](const QList<qint64> &chunk, const QString &marks) -> std::expected<void, BvError> {
+            std::expected<QList<ActivityPtr>, BvError> fetched
+                = fetchActivityRows(QStringLiteral(" WHERE a.id IN (") + marks + QLatin1Char(')'),
+                    QVariantList(chunk.cbegin(), chunk.cend()), QString(), std::nullopt, 0);
+            if (!fetched)
+                return std::unexpected(fetched.error());
+            for (const ActivityPtr &activity : std::as_const(*fetched))
+                present.insert(activity->m_id);
+            return {};
+        });
+    if (!read) {
+        qCWarning(lcStore).noquote() << QStringLiteral("Refresh failed: %1").arg(read.error().message());
+        return;
     }
     // Rows that are gone were deleted elsewhere; their objects become detached.
     for (qint64 id : std::as_const(ids)) {
@@ -1376,4 +772,68 @@ void StoreContext::refreshObjects()
             activity->m_context = nullptr;
         }
     }
+}
+
+std::expected<bool, BvError> StoreContext::refreshObject(const ActivityPtr &activity, bool mergeChanges)
+{
+    Q_ASSERT(activity && activity->m_context == this);
+    const Activity::Fields keep = mergeChanges ? activity->m_changedFields : Activity::Fields();
+    const bool keepTasks = mergeChanges && activity->m_tasksChanged;
+    if (!mergeChanges)
+        forgetChanges(activity);
+    if (activity->m_id == 0) {
+        if (mergeChanges)
+            return true;
+        activity->m_context = nullptr;
+        return false;
+    }
+    if (mergeChanges && activity->m_deleted)
+        return true;
+
+    if (std::expected<void, BvError> loaded = loadItems(); !loaded)
+        return std::unexpected(loaded.error());
+    std::expected<QSqlDatabase, BvError> db = m_store.database();
+    if (!db)
+        return std::unexpected(db.error());
+    sqlite3 *handle = SqliteStatement::handle(*db);
+    SqliteStatement row;
+    if (auto prepared = row.prepare(handle, kActivityColumns + QStringLiteral(" WHERE a.id = ?")); !prepared)
+        return std::unexpected(prepared.error());
+    row.bindInt64(1, activity->m_id);
+    if (!row.next()) {
+        if (row.failed())
+            return std::unexpected(row.error());
+        detachVanished(activity);
+        return false;
+    }
+    activity->m_deleted = false;
+    readActivity(*activity, row, keep);
+    if (!keepTasks) {
+        activity->m_tasks.clear();
+        std::expected<void, BvError> linked
+            = TaskLinks::read(handle, { activity->m_id }, [&](std::size_t, qint64 taskId) {
+                  if (TaskPtr task = std::static_pointer_cast<Task>(item(taskId, true)))
+                      activity->m_tasks.append(std::move(task));
+              });
+        if (!linked)
+            return std::unexpected(linked.error());
+    }
+    return true;
+}
+
+void StoreContext::forgetChanges(const ActivityPtr &activity)
+{
+    activity->m_changedFields = {};
+    activity->m_tasksChanged = false;
+    activity->m_deleted = false;
+    if (std::exchange(activity->m_pending, false))
+        std::erase(m_pendingActivities, activity);
+}
+
+void StoreContext::detachVanished(const ActivityPtr &activity)
+{
+    forgetChanges(activity);
+    m_activities.remove(activity->m_id);
+    activity->m_deleted = true;
+    activity->m_context = nullptr;
 }

@@ -16,6 +16,7 @@
 #include "model/activityrecord.h"
 #include "model/bvsyncfile.h"
 #include "model/deletedactivity.h"
+#include "model/journalqueries.h"
 #include "model/project.h"
 #include "model/store.h"
 #include "model/task.h"
@@ -24,9 +25,10 @@ class QSqlQuery;
 class SqliteStatement;
 
 // A unit of work on the store, used on one thread. Objects fetched or inserted here stay in memory with
-// their changes until save(), which writes them all in one transaction: either every change is stored, or
-// none is and the store is as it was. A row fetched twice is the same object. Objects outlive the context
-// only as detached values.
+// their changes until save(), which writes them all in one transaction (see StoreWriter): either every
+// change is stored, or none is and the store is as it was. A row fetched twice is the same object. Objects
+// outlive the context only as detached values. The journal questions answered with plain values are
+// JournalQueries', offered here as well for the callers that hold a context.
 class StoreContext
 {
 public:
@@ -54,34 +56,37 @@ public:
     void deleteObject(const SyncFilePtr &syncFile);
 
     std::expected<QList<ActivityPtr>, BvError> fetchActivities(const ActivityQuery &query = {});
-    // The stored activities that match, as plain records in the query's order, with their project and
-    // (when asked for) task names; unsaved changes of this context are not seen. Several times cheaper
-    // than fetching activities when a whole journal is read only to be shown.
-    std::expected<std::vector<ActivityRecord>, BvError> fetchActivityRecords(
-        const ActivityQuery &query, bool withTasks = true);
-    // The uid and modification time of the stored activities that match, in no particular order; a
-    // text pattern is not supported. Unsaved changes of this context are not seen.
-    std::expected<std::vector<ActivityStamp>, BvError> fetchActivityStamps(const ActivityQuery &query);
     // The activity with this uid, or nullptr.
     std::expected<ActivityPtr, BvError> activityWithUid(const QString &uid);
     // The stored activities with these uids, by uid; uids without one are absent from the answer.
     std::expected<QHash<QString, ActivityPtr>, BvError> activitiesWithUids(const QStringList &uids);
-    // The number of stored activities that match; unsaved changes are not counted.
-    std::expected<qint64, BvError> countActivities(const ActivityQuery &query = {});
-    // Distinct non-null texts of stored activities, newest first or in reverse text order, at most `limit`.
-    enum class TextOrder { NewestFirst, TextDescending };
-    std::expected<QStringList, BvError> fetchDistinctTexts(TextOrder order, bool onlyNotInvoiced, int limit);
-    // The months (year * 100 + month, local calendar) that hold stored activities, ascending.
-    std::expected<QList<int>, BvError> distinctYearMonths();
-    // Every stored project (or task) with the number of its activities and their summed duration in
-    // seconds, sorted by name regardless of case.
-    struct ItemTotal
+
+    // The stored journal as plain values; unsaved changes of this context are not seen.
+    using TextOrder = JournalQueries::TextOrder;
+    using ItemTotal = JournalQueries::ItemTotal;
+    std::expected<std::vector<ActivityRecord>, BvError> fetchActivityRecords(
+        const ActivityQuery &query, bool withTasks = true)
     {
-        QString name;
-        qint64 activities = 0;
-        qint64 seconds = 0;
-    };
-    std::expected<QList<ItemTotal>, BvError> itemTotals(bool tasks);
+        return JournalQueries(m_store).fetchActivityRecords(query, withTasks);
+    }
+    std::expected<std::vector<ActivityStamp>, BvError> fetchActivityStamps(const ActivityQuery &query)
+    {
+        return JournalQueries(m_store).fetchActivityStamps(query);
+    }
+    std::expected<qint64, BvError> countActivities(const ActivityQuery &query = {})
+    {
+        return JournalQueries(m_store).countActivities(query);
+    }
+    std::expected<QStringList, BvError> fetchDistinctTexts(TextOrder order, bool onlyNotInvoiced, int limit)
+    {
+        return JournalQueries(m_store).fetchDistinctTexts(order, onlyNotInvoiced, limit);
+    }
+    std::expected<QList<int>, BvError> distinctYearMonths() { return JournalQueries(m_store).distinctYearMonths(); }
+    std::expected<QList<ItemTotal>, BvError> itemTotals(bool tasks)
+    {
+        return JournalQueries(m_store).itemTotals(tasks);
+    }
+
     std::expected<QList<ProjectPtr>, BvError> projects();
     std::expected<QList<TaskPtr>, BvError> tasks();
     // Tombstones, by uid and/or synced state when given.
@@ -96,13 +101,20 @@ public:
     TaskPtr findTask(const QString &name);
 
     bool hasChanges() const;
+    // Writes every unsaved change in one transaction. A failed save changes nothing in the store and
+    // keeps the changes here, so that it can be retried, except for an activity that was deleted
+    // elsewhere meanwhile ("Activity not found!"): that one becomes a detached value.
     std::expected<void, BvError> save();
     // Drops every unsaved change and forgets every object: what was fetched or inserted here becomes a
-    // detached value, and the next fetch reads the store afresh. The way to go on after a failed save.
+    // detached value, and the next fetch reads the store afresh.
     void reset();
     // Re-reads every object without unsaved changes from the store, so that commits of other contexts
     // and processes become visible here.
     void refreshObjects();
+    // Re-reads one activity from the store. With `mergeChanges` the columns it has unsaved changes of keep
+    // them; without, its unsaved changes are dropped (an unsaved insert becomes a detached value). False
+    // when the activity is not (or no longer) stored: it is then a detached value, marked deleted.
+    std::expected<bool, BvError> refreshObject(const ActivityPtr &activity, bool mergeChanges);
 
     // Bookkeeping for the entities.
     void activityChanged(Activity *activity);
@@ -113,6 +125,8 @@ public:
     std::optional<qint64> highestSidebarPosition(bool tasks);
 
 private:
+    friend class StoreWriter;
+
     struct ItemIndex
     {
         QHash<qint64, std::shared_ptr<SidebarItem>> byId;
@@ -129,8 +143,9 @@ private:
         const QString &tail, const std::optional<QString> &textLike, int limit);
     std::shared_ptr<SidebarItem> item(qint64 id, bool task);
     ActivityPtr activityFromRow(const SqliteStatement &row);
-    std::expected<void, BvError> writeChanges(const QSqlDatabase &db, Store::Entities &written);
-    void discardFailedInserts();
+    void readActivity(Activity &activity, const SqliteStatement &row, Activity::Fields keep);
+    void forgetChanges(const ActivityPtr &activity);
+    void detachVanished(const ActivityPtr &activity);
     void detachAll();
     void finishSave();
 
@@ -139,7 +154,6 @@ private:
     ItemIndex m_tasks;
     bool m_itemsLoaded = false;
     std::optional<BvError> m_loadError;
-    std::vector<qint64 *> m_assignedIds;
     QHash<qint64, std::weak_ptr<Activity>> m_activities;
     QHash<qint64, std::weak_ptr<DeletedActivity>> m_deletedActivities;
     QHash<qint64, std::weak_ptr<BVSyncFile>> m_syncFiles;

@@ -98,6 +98,14 @@ std::expected<void, BvError> StoreSchema::create(QSqlDatabase &db)
     QSqlQuery query(db);
     if (!query.exec(QStringLiteral("BEGIN IMMEDIATE")))
         return std::unexpected(StoreErrors::fromSql(query));
+    // Several processes may open a new store at once (a script starting a dozen commands): the one that
+    // waited for the write lock finds the schema made by the first.
+    if (query.exec(QStringLiteral("PRAGMA user_version")) && query.next() && query.value(0).toInt() == Version) {
+        query.finish();
+        query.exec(QStringLiteral("ROLLBACK"));
+        return {};
+    }
+    query.finish();
     for (const char *statement : kStatements) {
         if (!query.exec(QString::fromLatin1(statement))) {
             const BvError error = StoreErrors::fromSql(query);
