@@ -1,5 +1,6 @@
 #include "base/datehelpers.h"
 
+#include <algorithm>
 #include <limits>
 
 #include <QTimeZone>
@@ -93,7 +94,8 @@ QDateTime DateHelpers::instantFromLocal(const QDate &date, const QTime &time)
     return instantFromLocal(date, time, LocalZone::current());
 }
 
-QDateTime DateHelpers::instantFromLocal(const QDate &date, const QTime &time, const QTimeZone &givenZone)
+QDateTime DateHelpers::instantFromLocal(
+    const QDate &date, const QTime &time, const QTimeZone &givenZone, RepeatedTime reading)
 {
     if (!date.isValid() || !time.isValid())
         return {};
@@ -113,7 +115,8 @@ QDateTime DateHelpers::instantFromLocal(const QDate &date, const QTime &time, co
     }
 
     // Near a change of offset: the instant is wall - offset for the offset before or after the change,
-    // whichever is consistent with itself.
+    // whichever is consistent with itself; both are when the wall time repeats, neither when the change
+    // skipped it, and then the offset before the change moves it forward by the gap.
     const qint64 before = qint64(offsetAt(wall - kMargin)) * 1000;
     const qint64 after = qint64(offsetAt(wall + kMargin)) * 1000;
     auto consistent = [&](qint64 instant) { return qint64(offsetAt(instant)) * 1000 == wall - instant; };
@@ -123,7 +126,7 @@ QDateTime DateHelpers::instantFromLocal(const QDate &date, const QTime &time, co
     const bool lateFits = consistent(late);
     qint64 instant = early;
     if (earlyFits && lateFits)
-        instant = std::max(early, late);
+        instant = reading == RepeatedTime::Later ? std::max(early, late) : std::min(early, late);
     else if (lateFits)
         instant = late;
     return QDateTime::fromMSecsSinceEpoch(instant, Qt::UTC);
@@ -131,10 +134,16 @@ QDateTime DateHelpers::instantFromLocal(const QDate &date, const QTime &time, co
 
 bool DateHelpers::localFromInstant(const QDateTime &instant, QDate *date, QTime *time)
 {
+    return localFromInstant(instant, LocalZone::current(), date, time);
+}
+
+bool DateHelpers::localFromInstant(const QDateTime &instant, const QTimeZone &givenZone, QDate *date, QTime *time)
+{
     if (!instant.isValid())
         return false;
+    const QTimeZone zone = givenZone.isValid() ? givenZone : LocalZone::current();
     const qint64 msecs = instant.toMSecsSinceEpoch();
-    const qint64 local = msecs + qint64(localOffsetAt(msecs)) * 1000;
+    const qint64 local = msecs + qint64(period(zone, msecs).offset) * 1000;
     const qint64 day = floorDiv(local, kMsecsPerDay);
     *date = QDate::fromJulianDay(day + kJulianDayOfEpoch);
     *time = QTime::fromMSecsSinceStartOfDay(int(local - day * kMsecsPerDay));

@@ -25,11 +25,17 @@ public:
     // the change, so it moves forward by the gap as the clock did (02:30 on a night that skips
     // 02:00-03:00 gives 03:30). Invalid for an invalid date or time.
     static QDateTime instantFromLocal(const QDate &date, const QTime &time);
-    // The same on the clock of `zone`; an invalid zone means the user's.
-    static QDateTime instantFromLocal(const QDate &date, const QTime &time, const QTimeZone &zone);
+    // Which instant a wall time names when the clocks were set back and it occurs twice.
+    enum class RepeatedTime { Later, Earlier };
+    // The same on the clock of `zone` (an invalid zone means the user's), a repeated wall time giving the
+    // instant `reading` asks for.
+    static QDateTime instantFromLocal(
+        const QDate &date, const QTime &time, const QTimeZone &zone, RepeatedTime reading = RepeatedTime::Later);
 
     // The user's wall-clock date and time of `instant` (milliseconds kept). False for an invalid instant.
     static bool localFromInstant(const QDateTime &instant, QDate *date, QTime *time);
+    // The same on the clock of `zone`; an invalid zone means the user's.
+    static bool localFromInstant(const QDateTime &instant, const QTimeZone &zone, QDate *date, QTime *time);
 
     // The zone's offset from UTC at the instant, in seconds.
     static int localOffsetAt(qint64 msecsSinceEpoch);

@@ -7,17 +7,18 @@
 #include <QTime>
 #include <QTimeZone>
 
+#include "base/datehelpers.h"
+
 // The date text of the sync files: the wall-clock time of the journal's sync zone (the zone every machine
 // of the journal agreed on, BVSyncTimeZoneFile) in the pattern "yyy-MM-dd'T'HH:mm:ss" — the year with at
 // least three digits, everything else two, no fraction and no zone. Because every machine reads and
-// writes in that one zone, a machine's own zone never shifts a file. Conversions keep a per-thread cache
-// of the zone's current offset period, so bulk conversions cost a few integer operations each. A plain
-// value; any thread.
+// writes in that one zone, a machine's own zone never shifts a file. Conversions go through DateHelpers
+// with the sync zone, so bulk conversions cost a few integer operations each. A plain value; any thread.
 class BVSyncDateFormatter
 {
 public:
     // Which instant a wall time names when the clocks were set back and it occurs twice.
-    enum class Reading { Later, Earlier };
+    using Reading = DateHelpers::RepeatedTime;
 
     // `zone` must be valid; an invalid one reads and writes UTC.
     explicit BVSyncDateFormatter(const QTimeZone &zone);
