@@ -57,7 +57,7 @@ struct Journal
         defaults = std::make_unique<UserDefaults>(home.configHome() + QStringLiteral("/Brimvale/Brimvale.conf"));
         settings = std::make_unique<BvSettings>(defaults.get());
         xmlFile = home.root() + QStringLiteral("/journal.xml");
-        if (!ActivityExport::exportActivities(activities, xmlFile, ActivityExport::XMLFormat, settings.get()).isNull())
+        if (!ActivityExport::exportActivities(activities, xmlFile, ActivityExport::XMLFormat, settings->view()).isNull())
             qFatal("could not write the XML file");
     }
 };
@@ -74,7 +74,7 @@ void exportBenchmark(benchmark::State &state, int format, const QString &name)
     const QString path = data.home.root() + name;
     const double rssBefore = maxRssMiB();
     for (auto _ : state) {
-        const QString failure = ActivityExport::exportActivities(data.activities, path, format, data.settings.get());
+        const QString failure = ActivityExport::exportActivities(data.activities, path, format, data.settings->view());
         if (!failure.isNull())
             state.SkipWithError(qPrintable(failure));
     }
