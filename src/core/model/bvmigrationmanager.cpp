@@ -830,15 +830,22 @@ bool BvMigrationManager::migrateToVersion(int version, bool useMappingModel)
     }
 
     // Every candidate is looked at and the last one is used, even when an earlier one is free; this is
-    // how backups have always been named, so it stays.
+    // how backups have always been named, so it stays. A backup kept by an earlier step of this launch
+    // (another program still had the store open) may hold that name: then the last free one is used.
     const QString stamp = LocalZone::toLocal(m_clock->now()).toString(QStringLiteral("yyyy-MM-dd-HH-mm"));
     bool anyFree = false;
     QString backup;
+    QString lastFree;
     for (int i = 0; i < 100; ++i) {
         const QString suffix = i == 0 ? QString() : QLatin1Char('-') + QString::number(i);
         backup = parent.filePath(kBackupPrefix + stamp + suffix);
-        anyFree = anyFree || !QFileInfo::exists(backup);
+        if (!QFileInfo::exists(backup)) {
+            anyFree = true;
+            lastFree = backup;
+        }
     }
+    if (anyFree)
+        backup = lastFree;
     if (!anyFree) {
         info(QStringLiteral("Error: failed to generate backup dir name"));
         QDir(staging).removeRecursively();
