@@ -1,5 +1,7 @@
 #include <csignal>
 
+#include <sys/stat.h>
+
 #include <QtTest>
 
 #include <QProcess>
@@ -75,13 +77,18 @@ bool exec(QSqlQuery &query, const QString &sql, const QVariantList &binds = {})
 }
 
 // A store as an older Brimvale wrote it: its schema, two projects and tasks, `count` activities an hour
-// apart (the first linked to both tasks), one deletion record and one month file record.
-bool writeStore(const QString &path, int version, int count)
+// apart (the first linked to both tasks), one deletion record and one month file record. With `walPath`
+// it is the image a crash leaves: the last activities and the version are committed only to the
+// write-ahead log, which goes to `walPath`.
+bool writeStore(const QString &path, int version, int count, const QString &walPath = {})
 {
+    QTemporaryDir scratch;
+    const QString written = walPath.isEmpty() ? path : scratch.filePath(u"storedata"_s);
     QDir().mkpath(QFileInfo(path).absolutePath());
-    return withDatabase(path, [&](QSqlDatabase &db) {
+    return withDatabase(written, [&](QSqlDatabase &db) {
         QSqlQuery query(db);
-        bool ok = exec(query, u"PRAGMA journal_mode = WAL"_s) && db.transaction();
+        bool ok = exec(query, u"PRAGMA journal_mode = WAL"_s) && exec(query, u"PRAGMA wal_autocheckpoint = 0"_s)
+            && db.transaction();
         for (const QString &statement : BvMigrationManager::models().value(version))
             ok = ok && exec(query, statement);
         ok = ok
@@ -99,16 +106,22 @@ bool writeStore(const QString &path, int version, int count)
                              " is_invoiced, project_id%1) VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?%2)"_s.arg(
                                  yearMonth ? u", year_month"_s : QString(), yearMonth ? u", 202403"_s : QString()));
         for (int i = 0; ok && i < count; ++i) {
+            if (!walPath.isEmpty() && i == count - count / 10)
+                ok = db.commit() && QSqlQuery(db).exec(u"PRAGMA wal_checkpoint(TRUNCATE)"_s) && db.transaction();
             const qint64 from = kFirstStart.addSecs(i * 3600LL).toMSecsSinceEpoch();
             for (const QVariant &value :
                 QVariantList { i + 1, uidOf(i), u"@Acme #design #Review work %1"_s.arg(i), from,
                     from + (i % 50 + 1) * 60000LL, from, from, i % 2, i % 3 == 0 ? QVariant() : QVariant(1 + i % 2) })
                 query.addBindValue(value);
-            ok = query.exec();
+            ok = ok && query.exec();
         }
         ok = ok && exec(query, u"INSERT INTO activity_tasks VALUES (1, 1), (1, 2)"_s)
             && exec(query, u"PRAGMA user_version = %1"_s.arg(version)) && db.commit();
-        return ok;
+        // Copied while the connection is open, before closing folds the log into the file.
+        return ok
+            && (walPath.isEmpty()
+                || (QFile::copy(written, path) && QFile::copy(written + u"-wal"_s, walPath)
+                    && QFileInfo(walPath).size() > 0));
     });
 }
 
@@ -126,6 +139,15 @@ QStringList schemaOf(QSqlDatabase &db)
     while (query.next())
         schema.append(query.value(0).toString() + u' ' + query.value(1).toString() + u' ' + query.value(2).toString());
     return schema;
+}
+
+// The permission bits of `path`, as the system keeps them.
+int modeOf(const QString &path)
+{
+    struct stat status
+    {
+    };
+    return ::stat(QFile::encodeName(path).constData(), &status) == 0 ? int(status.st_mode & 07777) : -1;
 }
 
 bool run(const QString &program, const QStringList &arguments)
@@ -159,6 +181,8 @@ private Q_SLOTS:
     void interruptedMigrationLosesNothing_data();
     void interruptedMigrationLosesNothing();
     void simultaneousOpeningsLoseNoWrite();
+    void waitsOnlySoLongForAnotherProgram_data();
+    void waitsOnlySoLongForAnotherProgram();
 
 private:
     QString dataDir() const { return m_home->applicationFilesDirectory(); }
@@ -214,33 +238,70 @@ bool TestBvMigrationManager::mountTmpfs(const QString &dir, qint64 bytes)
 void TestBvMigrationManager::migratesOlderStoresInOneLaunch_data()
 {
     QTest::addColumn<int>("version");
-    QTest::addColumn<bool>("oldLayout");
+    QTest::addColumn<QString>("layout");
     QTest::addColumn<QStringList>("steps");
-    QTest::newRow("version 3") << 3 << false << QStringList { u"3-4"_s, u"4-5"_s };
-    QTest::newRow("version 4") << 4 << false << QStringList { u"4-5"_s };
-    QTest::newRow("version 3 beside db") << 3 << true << QStringList { u"3-4"_s, u"4-5"_s };
+    QTest::newRow("version 3") << 3 << u"db"_s << QStringList { u"3-4"_s, u"4-5"_s };
+    QTest::newRow("version 4") << 4 << u"db"_s << QStringList { u"4-5"_s };
+    QTest::newRow("version 3, db a link to another disk") << 3 << u"link"_s << QStringList { u"3-4"_s, u"4-5"_s };
+    QTest::newRow("version 3 beside db") << 3 << u"beside"_s << QStringList { u"3-4"_s, u"4-5"_s };
+    QTest::newRow("version 3, its move killed before the log")
+        << 3 << u"half moved"_s << QStringList { u"3-4"_s, u"4-5"_s };
 }
 
 void TestBvMigrationManager::migratesOlderStoresInOneLaunch()
 {
     QFETCH(int, version);
-    QFETCH(bool, oldLayout);
+    QFETCH(QString, layout);
     QFETCH(QStringList, steps);
     // 700 hours reach into April: 2024-04-01 00:30 in Berlin is still March in UTC.
     constexpr int count = 700;
-    QVERIFY(writeStore(oldLayout ? dataDir() + u"/storedata"_s : storeFile(), version, count));
-    if (oldLayout) {
-        // What a crash of an old version left beside the store: its write-ahead log and index, empty.
-        for (const QString &side : { u"/storedata-wal"_s, u"/storedata-shm"_s }) {
-            QFile file(dataDir() + side);
+    // The store folder is the user's: what else is in it stays, and so do its permissions.
+    QString folder = dbDir();
+    if (layout == u"link"_s) {
+        const QString disk = m_home->root() + u"/disk"_s;
+        if (!mountTmpfs(disk, 64 << 20))
+            QVERIFY(QDir().mkpath(disk));
+        folder = disk + u"/journal"_s;
+        QVERIFY(QDir().mkpath(folder) && QDir().mkpath(dataDir()));
+        QVERIFY(QFile::link(folder, dbDir()));
+    }
+    // The old layout is what a crash of an old version left: the last activities only in the log.
+    const QString beside = dataDir() + u"/storedata"_s;
+    if (layout == u"beside"_s)
+        QVERIFY(writeStore(beside, version, count, beside + u"-wal"_s));
+    else if (layout == u"half moved"_s)
+        QVERIFY(writeStore(storeFile(), version, count, beside + u"-wal"_s));
+    else
+        QVERIFY(writeStore(storeFile(), version, count));
+    const bool hadFolder = layout != u"beside"_s;
+    if (hadFolder) {
+        QVERIFY(QDir().mkpath(folder + u"/sync"_s));
+        for (const QString &extra : { u"/notes.txt"_s, u"/sync/cache.json"_s }) {
+            QFile file(folder + extra);
             QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(extra.toUtf8());
         }
+        QVERIFY(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        QVERIFY(QFile::setPermissions(storeFile(), QFile::ReadOwner | QFile::WriteOwner));
     }
 
     {
         auto store = open();
         QVERIFY2(store, qPrintable(store ? QString() : store.error().message()));
         QCOMPARE(*(*store)->newContext()->countActivities(), count);
+    }
+
+    if (hadFolder) {
+        QCOMPARE(QFileInfo(dbDir()).isSymLink(), layout == u"link"_s);
+        QCOMPARE(QFileInfo(folder).absoluteDir().entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+            QStringList { QFileInfo(folder).fileName() });
+        for (const QString &extra : { u"/notes.txt"_s, u"/sync/cache.json"_s }) {
+            QFile file(dbDir() + extra);
+            QVERIFY2(file.open(QIODevice::ReadOnly), qPrintable(extra));
+            QCOMPARE(file.readAll(), extra.toUtf8());
+        }
+        QCOMPARE(modeOf(folder), 0700);
+        QCOMPARE(modeOf(storeFile()), 0600);
     }
 
     QStringList made;
@@ -255,7 +316,8 @@ void TestBvMigrationManager::migratesOlderStoresInOneLaunch()
             qPrintable(made.at(i)));
         QVERIFY(!QFileInfo::exists(made.at(i)));
     }
-    QCOMPARE(QDir(dataDir()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList { u"db"_s });
+    if (layout != u"link"_s)
+        QCOMPARE(QDir(dataDir()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList { u"db"_s });
 
     QString freshFile = m_home->root() + u"/fresh/storedata"_s;
     QDir().mkpath(QFileInfo(freshFile).absolutePath());
@@ -360,16 +422,19 @@ void TestBvMigrationManager::stepsNeedTheirMappingAndFirstErrorWins_data()
     QTest::addColumn<QList<bool>>("answers");
     QTest::addColumn<int>("finalVersion");
     QTest::addColumn<QString>("error"); // the start of the first error; %1: the temporary folder
+    QTest::addColumn<qint64>("maxSpan"); // the bound on spans afterwards; -1: no bound yet
+    // The five activities of the fixture last one to five minutes.
     QTest::newRow("inferred step to 4, mapped step to 5")
-        << 3 << QList<int> { -4, 5 } << QList<bool> { true, true } << 5 << QString();
+        << 3 << QList<int> { -4, 5 } << QList<bool> { true, true } << 5 << QString() << 5 * 60000LL;
     QTest::newRow("from 3 straight to 5")
-        << 3 << QList<int> { 5, 4 } << QList<bool> { false, false } << 3 << u"Mapping model not found!"_s;
+        << 3 << QList<int> { 5, 4 } << QList<bool> { false, false } << 3 << u"Mapping model not found!"_s << -1LL;
     QTest::newRow("inferred step cannot fill the month key")
         << 4 << QList<int> { -5, 5 } << QList<bool> { false, false } << 4
-        << u"Could not use the store “%1/brimvale-migration-4-5."_s;
+        << u"Could not use the store “%1/brimvale-migration-4-5."_s << 0LL;
     QTest::newRow("unknown version") << 4 << QList<int> { 6, 5 } << QList<bool> { false, false } << 4
-                                     << u"No model found for version 6"_s;
-    QTest::newRow("nothing older to do") << 4 << QList<int> { 3, -4 } << QList<bool> { true, true } << 4 << QString();
+                                     << u"No model found for version 6"_s << 0LL;
+    QTest::newRow("nothing older to do") << 4 << QList<int> { 3, -4 } << QList<bool> { true, true } << 4 << QString()
+                                         << 0LL;
 }
 
 void TestBvMigrationManager::stepsNeedTheirMappingAndFirstErrorWins()
@@ -379,6 +444,7 @@ void TestBvMigrationManager::stepsNeedTheirMappingAndFirstErrorWins()
     QFETCH(QList<bool>, answers);
     QFETCH(int, finalVersion);
     QFETCH(QString, error);
+    QFETCH(qint64, maxSpan);
     QVERIFY(writeStore(storeFile(), version, 5));
     const auto before = filesIn(dataDir());
 
@@ -394,8 +460,11 @@ void TestBvMigrationManager::stepsNeedTheirMappingAndFirstErrorWins()
         QVERIFY2(manager.error()->description().startsWith(error.arg(m_tmp)), qPrintable(manager.error()->message()));
         QCOMPARE(filesIn(dataDir()), before);
     }
-    QVERIFY(withDatabase(
-        storeFile(), [&](QSqlDatabase &db) { return scalar(db, u"PRAGMA user_version"_s).toInt() == finalVersion; }));
+    QVERIFY(withDatabase(storeFile(), [&](QSqlDatabase &db) {
+        const QVariant span = scalar(db, u"SELECT max_span FROM activity_bounds"_s);
+        return scalar(db, u"PRAGMA user_version"_s).toInt() == finalVersion
+            && (span.isValid() ? span.toLongLong() : -1) == maxSpan;
+    }));
 }
 
 void TestBvMigrationManager::skipMigrationsOpensTheFileAsItIs()
@@ -558,12 +627,15 @@ void TestBvMigrationManager::interruptedMigrationLosesNothing()
         writer.start(QStringLiteral(BRIMVALE_STORE_WRITER), { dataDir() });
         QVERIFY(writer.waitForStarted());
         // Poll for the step's temporary store: the migration is then half-way through that step.
-        bool seen = false;
-        while (!seen && writer.state() == QProcess::Running) {
+        QString seen;
+        while (seen.isEmpty() && writer.state() == QProcess::Running) {
             for (const QFileInfo &dir : QDir(m_tmp).entryInfoList({ killWhen }, QDir::Dirs))
-                seen = seen || QFileInfo::exists(dir.filePath() + u"/storedata"_s);
+                if (QFileInfo::exists(dir.filePath() + u"/storedata"_s))
+                    seen = dir.filePath();
         }
-        QVERIFY2(seen, "the migration ended before the step could be interrupted");
+        QVERIFY2(!seen.isEmpty(), "the migration ended before the step could be interrupted");
+        // It holds a copy of the journal: only its owner may look into it.
+        QCOMPARE(modeOf(seen), 0700);
         QVERIFY(::kill(pid_t(writer.processId()), SIGKILL) == 0);
         QVERIFY(writer.waitForFinished());
         // Whatever the state, the store in "db" is complete and readable.
@@ -576,6 +648,100 @@ void TestBvMigrationManager::interruptedMigrationLosesNothing()
     QCOMPARE(*(*store)->newContext()->countActivities(), count);
     store->reset();
     QCOMPARE(QDir(dataDir()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList { u"db"_s });
+    // The copy the killed step left is gone with the next migration.
+    QCOMPARE(QDir(m_tmp).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+}
+
+void TestBvMigrationManager::waitsOnlySoLongForAnotherProgram_data()
+{
+    QTest::addColumn<QString>("holder");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("error"); // %1: the data folder
+    QTest::newRow("migration lock of another machine")
+        << u"lock"_s << 8001
+        << u"The store could not be opened: “%1/db-migration.lock” says that brimvale (process 4242 on elsewhere) is "
+           "upgrading it. If that program is no longer running, remove the file and try again."_s;
+    QTest::newRow("migration lock of another machine, stale") << u"stale lock"_s << 0 << QString();
+    QTest::newRow("old store open in another program") << u"reader"_s << 0 << QString();
+    QTest::newRow("old store in a write of another program")
+        << u"writer"_s << 5
+        << u"Could not use the store “%1/db/storedata”: database is locked. Another program holds the store; try "
+           "again."_s;
+}
+
+void TestBvMigrationManager::waitsOnlySoLongForAnotherProgram()
+{
+    QFETCH(QString, holder);
+    QFETCH(int, code);
+    QFETCH(QString, error);
+    constexpr int count = 50;
+    QVERIFY(writeStore(storeFile(), 3, count));
+    QProcess writer;
+    if (holder == u"reader"_s) {
+        // An older Brimvale left open: the migration goes on, and keeps the old store where it can still write.
+        writer.start(u"sqlite3"_s, { storeFile() });
+        if (!writer.waitForStarted())
+            QSKIP("the sqlite3 shell is not installed");
+        writer.write("SELECT count(*) FROM tasks;\n");
+        QVERIFY(writer.waitForBytesWritten());
+        while (!QFileInfo::exists(storeFile() + u"-wal"_s))
+            QVERIFY(writer.state() == QProcess::Running);
+    } else if (holder == u"writer"_s) {
+        // An older Brimvale in the middle of a save; what it commits afterwards must not be lost.
+        writer.start(u"sqlite3"_s, { storeFile() });
+        if (!writer.waitForStarted())
+            QSKIP("the sqlite3 shell is not installed");
+        writer.write(".timeout 60000\nBEGIN IMMEDIATE;\nINSERT INTO tasks (name, name_key) VALUES ('held', 'held');\n");
+        QVERIFY(writer.waitForBytesWritten());
+        bool held = false;
+        while (!held) {
+            QVERIFY(withDatabase(storeFile(), [&](QSqlDatabase &db) {
+                held = QSqlQuery(db).exec(u"PRAGMA busy_timeout = 0"_s) && !QSqlQuery(db).exec(u"BEGIN IMMEDIATE"_s);
+                return held || QSqlQuery(db).exec(u"ROLLBACK"_s);
+            }));
+        }
+    } else {
+        QFile lock(dataDir() + u"/db-migration.lock"_s);
+        QVERIFY(lock.open(QIODevice::WriteOnly));
+        lock.write("4242\nbrimvale\nelsewhere\n");
+        lock.close();
+        if (holder == u"stale lock"_s)
+            QVERIFY(lock.open(QIODevice::ReadWrite)
+                && lock.setFileTime(QDateTime::currentDateTime().addDays(-1), QFileDevice::FileModificationTime));
+    }
+    // The log and index change under a program that has the store open; the store and the backups do not.
+    auto unchanged = [this] {
+        auto files = filesIn(m_home->root());
+        files.removeIf([](const auto &file) { return file.key().endsWith(u"-shm"_s); });
+        return files;
+    };
+    const auto before = unchanged();
+
+    const auto upgraded
+        = BvMigrationManager::upgrade(dataDir(), u"storedata"_s, &m_clock, std::chrono::milliseconds(200));
+    QVERIFY2((upgraded ? 0 : upgraded.error().code()) == code,
+        qPrintable(upgraded ? QString() : upgraded.error().message() + u' ' + upgraded.error().failureReason()));
+    if (!upgraded) {
+        QCOMPARE(upgraded.error().description(), error.arg(dataDir()));
+        QCOMPARE(unchanged(), before);
+        if (holder == u"writer"_s) {
+            writer.write("COMMIT;\n.quit\n");
+            QVERIFY(writer.waitForFinished());
+        } else {
+            QVERIFY(QFile::remove(dataDir() + u"/db-migration.lock"_s));
+        }
+        QVERIFY(BvMigrationManager::upgrade(dataDir(), u"storedata"_s, &m_clock));
+    }
+    QVERIFY(withDatabase(storeFile(), [&](QSqlDatabase &db) {
+        return scalar(db, u"PRAGMA user_version"_s).toInt() == 5
+            && scalar(db, u"SELECT count(*) FROM activities"_s).toInt() == count
+            && scalar(db, u"SELECT count(*) FROM tasks WHERE name = 'held'"_s).toInt() == (holder == u"writer"_s);
+    }));
+    // The first step's backup is kept for the program that still has it open; the second step's, which
+    // nobody has open, takes the name before it and goes.
+    const QStringList kept { u"db-backup-%1-99"_s.arg(m_clock.now().toLocalTime().toString(u"yyyy-MM-dd-HH-mm"_s)) };
+    QCOMPARE(QDir(dataDir()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot),
+        QStringList { u"db"_s } + (holder == u"reader"_s ? kept : QStringList()));
 }
 
 void TestBvMigrationManager::simultaneousOpeningsLoseNoWrite()

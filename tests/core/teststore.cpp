@@ -13,6 +13,7 @@
 #include "model/journalqueries.h"
 #include "model/store.h"
 #include "model/storecontext.h"
+#include "model/storeerrors.h"
 #include "support/isolatedhome.h"
 #include "support/writeprotection.h"
 
@@ -86,6 +87,8 @@ private Q_SLOTS:
     void concurrentEditsOfOtherColumnsSurvive();
     void changeOfActivityDeletedElsewhereFails_data();
     void changeOfActivityDeletedElsewhereFails();
+    void sqlErrorsNameTheFileOnlyWhenKnown_data();
+    void sqlErrorsNameTheFileOnlyWhenKnown();
 
 private:
     std::unique_ptr<Store> openStore();
@@ -781,6 +784,36 @@ void TestStore::changeOfActivityDeletedElsewhereFails()
     QVERIFY(appContext->save());
     QCOMPARE(*app->newContext()->countActivities(), 1);
     QCOMPARE((*app->newContext()->activityWithUid(added->uid()))->project()->name(), u"Kept"_s);
+}
+
+void TestStore::sqlErrorsNameTheFileOnlyWhenKnown_data()
+{
+    QTest::addColumn<QString>("nativeCode");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<int>("code");
+    QTest::addColumn<QString>("description");
+    QTest::newRow("SQLite's code, a file") << u"13"_s << u"/j/storedata"_s << 13
+                                           << u"Could not use the store “/j/storedata”: database or disk is full. "
+                                              "Free space on the disk that holds “/j”."_s;
+    QTest::newRow("SQLite's code, no file")
+        << u"8"_s << QString() << 8 << u"Could not use the store: attempt to write a readonly database."_s;
+    QTest::newRow("the driver's failure, a file")
+        << QString() << u"/j/storedata"_s << 134030 << u"Could not use the store “/j/storedata”: gone."_s;
+    QTest::newRow("the driver's failure, no file")
+        << QString() << QString() << 134030 << u"Could not use the store: gone."_s;
+}
+
+void TestStore::sqlErrorsNameTheFileOnlyWhenKnown()
+{
+    QFETCH(QString, nativeCode);
+    QFETCH(QString, path);
+    QFETCH(int, code);
+    QFETCH(QString, description);
+    const BvError error = StoreErrors::fromSql(
+        QSqlError(nativeCode.isEmpty() ? u"gone"_s : QString(), QString(), QSqlError::StatementError, nativeCode),
+        path);
+    QCOMPARE(error.code(), code);
+    QCOMPARE(error.description(), description);
 }
 
 QTEST_GUILESS_MAIN(TestStore)

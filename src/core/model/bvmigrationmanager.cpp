@@ -1,6 +1,14 @@
 #include "model/bvmigrationmanager.h"
 
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include <fcntl.h>
 #include <sqlite3.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <QDir>
 #include <QDirIterator>
@@ -58,8 +66,7 @@ const char *const kVersion4Additions[] = {
     "CREATE INDEX sync_files_name ON sync_files(name)",
 };
 
-// A mapping model: the columns of the destination that the step computes instead of copying, and
-// statements that fill what the source did not have, run after the copy.
+// A mapping model: the columns of the destination that the step computes instead of copying.
 struct Derived
 {
     const char *table;
@@ -72,18 +79,15 @@ struct Mapping
     int from;
     int to;
     QList<Derived> derived;
-    QList<const char *> after;
 };
 
 const QList<Mapping> &mappings()
 {
     static const QList<Mapping> list {
-        { 3, 4, {},
-            { "UPDATE main.activity_bounds SET max_span = "
-              "(SELECT coalesce(max(time_to - time_from), 0) FROM main.activities)" } },
+        { 3, 4, {} },
         // Every activity gets its month key from its start in the local calendar, as the activity sets it
         // whenever its start changes.
-        { 4, 5, { { "activities", "year_month", "bv_year_month(time_from)" } }, {} },
+        { 4, 5, { { "activities", "year_month", "bv_year_month(time_from)" } } },
     };
     return list;
 }
@@ -106,6 +110,48 @@ BvError fileError(const QString &text, const QString &reason)
 void info(const QString &text)
 {
     qCInfo(lcStore).noquote() << text;
+}
+
+QString systemReason(int error)
+{
+    return QString::fromLocal8Bit(std::strerror(error));
+}
+
+// Makes `path` with its missing parents; the system's reason when it cannot.
+std::optional<QString> makeFolder(const QString &path)
+{
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(QFile::encodeName(path).toStdString()), error);
+    if (error)
+        return QString::fromLocal8Bit(error.message());
+    return std::nullopt;
+}
+
+// Writes the entries of a folder to disk, so that a rename into it or out of it survives a power loss.
+std::expected<void, BvError> syncFolder(const QString &path)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const bool synced = fd >= 0 && ::fsync(fd) == 0;
+    const int error = errno;
+    if (fd >= 0)
+        ::close(fd);
+    if (!synced)
+        return std::unexpected(
+            fileError(QStringLiteral("The folder “%1” could not be written to disk.").arg(path), systemReason(error)));
+    return {};
+}
+
+// The store folder as it is on disk. "db" may be a link to a folder on another disk: the swap renames
+// that folder beside itself and leaves the link alone.
+QString resolvedFolder(const QString &path)
+{
+    const QFileInfo link(path);
+    if (!link.isSymLink())
+        return QDir::cleanPath(link.absoluteFilePath());
+    if (const QString canonical = link.canonicalFilePath(); !canonical.isEmpty())
+        return canonical;
+    // Dangling: a kill between the two renames of a swap left the link's target missing.
+    return QDir::cleanPath(link.symLinkTarget());
 }
 
 // A connection of our own on the native API: the migration works on files that no Store has open.
@@ -290,11 +336,23 @@ std::expected<void, BvError> migrateFile(
             !copied)
             return copied;
     }
-    if (mapping) {
-        for (const char *statement : mapping->after)
-            if (auto filled = run(QString::fromLatin1(statement)); !filled)
-                return filled;
-    }
+    // The longest span bounds the overlap queries; a store that had no bound gets the one its activities need,
+    // whichever step made the table.
+    if (columnsOf(db, QStringLiteral("source"), QStringLiteral("activity_bounds")).isEmpty()
+        && !columnsOf(db, QStringLiteral("main"), QStringLiteral("activity_bounds")).isEmpty())
+        if (auto filled = run(QStringLiteral("UPDATE main.activity_bounds SET max_span = "
+                                             "(SELECT coalesce(max(time_to - time_from), 0) FROM main.activities)"));
+            !filled)
+            return filled;
+    // Counted in the copy's own snapshot of the source, before the copy counts.
+    auto migrated = db.value(QStringLiteral("SELECT count(*) FROM main.activities"));
+    auto original = db.value(QStringLiteral("SELECT count(*) FROM source.activities"));
+    if (!migrated || !original)
+        return std::unexpected(migrated ? original.error() : migrated.error());
+    if (*migrated != *original)
+        return std::unexpected(
+            migrationError(QStringLiteral("The migrated store holds %1 activities, the store “%2” %3.")
+                               .arg(*migrated, source, *original)));
     if (auto stamped = run(QStringLiteral("PRAGMA user_version = %1").arg(version)); !stamped)
         return stamped;
     if (auto committed = run(QStringLiteral("COMMIT")); !committed)
@@ -306,14 +364,6 @@ std::expected<void, BvError> migrateFile(
     if (*integrity != QLatin1String("ok"))
         return std::unexpected(migrationError(
             QStringLiteral("The migrated store “%1” failed its integrity check: %2").arg(destination, *integrity)));
-    auto migrated = db.value(QStringLiteral("SELECT count(*) FROM main.activities"));
-    auto original = db.value(QStringLiteral("SELECT count(*) FROM source.activities"));
-    if (!migrated || !original)
-        return std::unexpected(migrated ? original.error() : migrated.error());
-    if (*migrated != *original)
-        return std::unexpected(
-            migrationError(QStringLiteral("The migrated store holds %1 activities, the store “%2” %3.")
-                               .arg(*migrated, source, *original)));
     if (auto detached = run(QStringLiteral("DETACH DATABASE source")); !detached)
         return detached;
     if (auto wal = db.value(QStringLiteral("PRAGMA journal_mode = WAL")); !wal)
@@ -329,8 +379,8 @@ std::expected<void, BvError> copyFolder(const QString &from, const QString &to)
         QDir(to).removeRecursively();
         return std::unexpected(fileError(QStringLiteral("“%1” could not be copied to “%2”.").arg(file, to), reason));
     };
-    if (!QDir().mkpath(to))
-        return failed(from, QStringLiteral("The folder could not be created."));
+    if (const auto notMade = makeFolder(to))
+        return failed(from, *notMade);
     QDirIterator files(from, QDir::Files | QDir::Hidden | QDir::System);
     while (files.hasNext()) {
         const QString path = files.next();
@@ -354,15 +404,166 @@ std::expected<void, BvError> copyFolder(const QString &from, const QString &to)
 }
 
 // A rename where both folders share a disk; across disks (the temporary folder is often on another one)
-// a copy that is complete before the source goes.
+// a copy that is complete before the source goes. Any other failure of the rename is the system's.
 std::expected<void, BvError> moveFolder(const QString &from, const QString &to)
 {
-    if (QDir().rename(from, to))
+    if (::rename(QFile::encodeName(from).constData(), QFile::encodeName(to).constData()) == 0)
         return {};
+    if (const int error = errno; error != EXDEV)
+        return std::unexpected(
+            fileError(QStringLiteral("“%1” could not be moved to “%2”.").arg(from, to), systemReason(error)));
     if (auto copied = copyFolder(from, to); !copied)
         return copied;
     QDir(from).removeRecursively();
     return {};
+}
+
+// The permission bits of `path`; none when it cannot be read.
+std::optional<mode_t> modeOf(const QString &path)
+{
+    struct stat status
+    {
+    };
+    if (::stat(QFile::encodeName(path).constData(), &status) != 0)
+        return std::nullopt;
+    return status.st_mode & 07777;
+}
+
+// Gives the migrated folder and its files the permissions of the store they replace: a store kept private
+// stays private.
+void copyModes(const QString &sourceFolder, const QString &sourceFile, const QString &folder)
+{
+    if (const auto mode = modeOf(sourceFolder))
+        ::chmod(QFile::encodeName(folder).constData(), *mode);
+    const auto fileMode = modeOf(sourceFile);
+    if (!fileMode)
+        return;
+    for (const QFileInfo &file : QDir(folder).entryInfoList(QDir::Files | QDir::Hidden | QDir::System))
+        ::chmod(QFile::encodeName(file.filePath()).constData(), *fileMode);
+}
+
+// The folder temporary migrations are made in. Qt answers an empty path when TMPDIR names a folder that
+// does not exist, which would put the migration into the working directory; the folder asked for fails
+// then and is named instead.
+QString temporaryRoot()
+{
+    const QString root = QDir::tempPath();
+    return root.isEmpty() ? QDir::cleanPath(qEnvironmentVariable("TMPDIR")) : root;
+}
+
+const auto kTemporaryPrefix = QStringLiteral("brimvale-migration-");
+
+// Holds the step's temporary folder for as long as the step runs. The lock ends with the process, so a
+// folder nobody holds was left by a run that was killed.
+class TemporaryFolderLock
+{
+public:
+    explicit TemporaryFolderLock(const QString &path)
+        : m_fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
+    {
+        if (m_fd >= 0 && ::flock(m_fd, LOCK_EX | LOCK_NB) != 0) {
+            ::close(m_fd);
+            m_fd = -1;
+        }
+    }
+    ~TemporaryFolderLock()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    TemporaryFolderLock(const TemporaryFolderLock &) = delete;
+    TemporaryFolderLock &operator=(const TemporaryFolderLock &) = delete;
+    bool isHeld() const { return m_fd >= 0; }
+
+private:
+    int m_fd = -1;
+};
+
+// A killed step leaves a full copy of the journal in the temporary folder; the next migration removes
+// every such folder of this user that no running migration holds.
+void removeStaleTemporaryFolders()
+{
+    const QDir root(temporaryRoot());
+    for (const QFileInfo &folder :
+        root.entryInfoList({ kTemporaryPrefix + QLatin1Char('*') }, QDir::Dirs | QDir::Hidden)) {
+        if (folder.isSymLink() || folder.ownerId() != ::geteuid())
+            continue;
+        if (const TemporaryFolderLock held(folder.filePath()); held.isHeld()) {
+            QDir(folder.filePath()).removeRecursively();
+            info(QStringLiteral("Removed %1, left by an interrupted migration").arg(folder.filePath()));
+        }
+    }
+}
+
+// Keeps every other writer away from the store from the moment the copy reads it until the swap is done,
+// so nothing can be committed to the old store that the copy does not hold. A program that keeps a write
+// open is waited for a few seconds; then the migration is refused.
+constexpr int kSourceLockWaitMs = 5000;
+
+std::expected<std::unique_ptr<Connection>, BvError> lockSource(const QString &path)
+{
+    auto connection = std::make_unique<Connection>(path);
+    if (auto opened = connection->open(QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded), SQLITE_OPEN_READWRITE);
+        !opened)
+        return std::unexpected(opened.error());
+    sqlite3_busy_timeout(connection->handle(), kSourceLockWaitMs);
+    if (auto begun = connection->exec(QStringLiteral("BEGIN IMMEDIATE")); !begun)
+        return std::unexpected(begun.error());
+    return connection;
+}
+
+// Closes the lock on a store whose folder was renamed. SQLite removes the write-ahead log and index of the
+// last connection by their old names, which now belong to the migrated store: this connection leaves
+// them, and the old store is opened once more under its new name to fold them back in.
+void releaseMovedSource(std::unique_ptr<Connection> lock)
+{
+    sqlite3_db_config(lock->handle(), SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr);
+    lock->exec(QStringLiteral("ROLLBACK"));
+    lock->close();
+}
+
+// Whether no program has the old store open any more: the last connection to close folds its log into
+// the file and removes it, so a log that stays belongs to a program that may still write to it.
+bool isClosedEverywhere(const QString &path)
+{
+    {
+        Connection connection(path);
+        if (!connection.open(QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded), SQLITE_OPEN_READWRITE)
+            || !connection.value(QStringLiteral("PRAGMA user_version")) || !connection.close())
+            return false;
+    }
+    return !QFileInfo::exists(path + QStringLiteral("-wal"));
+}
+
+// After the swap the store folder keeps whatever else the user or another program kept in it, and the
+// backup is removed only when nothing but the old store is left in it and no program has that open.
+void finishSwap(const QString &backup, const QString &dbDir, const QString &name)
+{
+    const QStringList storeFiles { name, name + QStringLiteral("-wal"), name + QStringLiteral("-shm") };
+    QStringList kept;
+    for (const QString &entry :
+        QDir(backup).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot)) {
+        if (storeFiles.contains(entry))
+            continue;
+        const QString to = QDir(dbDir).filePath(entry);
+        if (QFileInfo::exists(to)
+            || ::rename(QFile::encodeName(QDir(backup).filePath(entry)).constData(), QFile::encodeName(to).constData())
+                != 0)
+            kept.append(entry);
+    }
+    syncFolder(dbDir);
+    const QString oldStore = QDir(backup).filePath(name);
+    if (!kept.isEmpty() || !isClosedEverywhere(oldStore)) {
+        info(QStringLiteral("Kept the store folder as it was before the migration in %1: %2")
+                 .arg(backup,
+                     kept.isEmpty() ? QStringLiteral("another program still has the old store open")
+                                    : QStringLiteral("it holds %1").arg(kept.join(QStringLiteral(", ")))));
+        return;
+    }
+    for (const QString &file : storeFiles)
+        QFile::remove(QDir(backup).filePath(file));
+    QDir().rmdir(backup);
+    syncFolder(QFileInfo(backup).absolutePath());
 }
 
 // A kill between moving the store folder to its backup and moving the migrated store into its place
@@ -370,12 +571,12 @@ std::expected<void, BvError> moveFolder(const QString &from, const QString &to)
 // launch migrates it again instead of starting an empty journal.
 void restoreInterruptedSwap(const QString &folder, const QString &name)
 {
-    const QString dbDir = QDir(folder).filePath(kDbFolder);
+    const QString dbDir = resolvedFolder(QDir(folder).filePath(kDbFolder));
     if (QFileInfo::exists(QDir(dbDir).filePath(name)) || QFileInfo::exists(QDir(folder).filePath(name)))
         return;
     QFileInfo newest;
-    for (const QFileInfo &backup :
-        QDir(folder).entryInfoList({ kBackupPrefix + QLatin1Char('*') }, QDir::Dirs | QDir::NoDotAndDotDot)) {
+    for (const QFileInfo &backup : QFileInfo(dbDir).absoluteDir().entryInfoList(
+             { kBackupPrefix + QLatin1Char('*') }, QDir::Dirs | QDir::NoDotAndDotDot)) {
         const QFileInfo store(QDir(backup.filePath()).filePath(name));
         if (store.isFile() && (!newest.exists() || store.lastModified() > newest.lastModified()))
             newest = store;
@@ -402,34 +603,45 @@ std::expected<void, BvError> BvMigrationManager::migrateStore(const QString &nam
         return std::unexpected(layoutError(TargetIsDirectoryCode,
             QStringLiteral("Expected a file to store application data, found a directory (%1).").arg(target)));
     }
-    if (targetInfo.exists())
+    const QStringList items { name, name + QStringLiteral("-wal"), name + QStringLiteral("-shm") };
+    // A move killed after the store but before its log leaves committed activities in the log beside
+    // the old place: they follow the store. A log already in "db" belongs to the store there, and two
+    // logs for one store cannot both be right.
+    const bool moved = targetInfo.exists();
+    if (moved && !QFileInfo::exists(QDir(toDbDir).filePath(items.at(1))))
         return {};
 
     const QFileInfo dbInfo(db);
     if (!dbInfo.exists()) {
-        if (!QDir().mkpath(db)) {
+        if (const auto notMade = makeFolder(db)) {
             info(QStringLiteral("Error: Failed to create db/ directory"));
-            return std::unexpected(
-                StoreErrors::folderUnusable(db, QStringLiteral("Permission denied or no space left.")));
+            return std::unexpected(StoreErrors::folderUnusable(db, *notMade));
         }
     } else if (!dbInfo.isDir()) {
         info(QStringLiteral("Error: Expects db/ to be a directory but it's a file"));
         return std::unexpected(layoutError(DbIsFileCode,
             QStringLiteral("Expected a directory to store application data, found a file (%1).").arg(target)));
     }
+    if (!moved && !QFileInfo::exists(QDir(toDbDir).filePath(name)))
+        return {};
+    if (const QString log = QDir(db).filePath(items.at(1)); QFileInfo::exists(log)) {
+        const QString stray = QDir(toDbDir).filePath(items.at(1));
+        info(QStringLiteral("ERROR: Failed to move %1").arg(stray));
+        return std::unexpected(fileError(QStringLiteral("“%1” could not be moved to “%2”.").arg(stray, db),
+            QStringLiteral("“%1” exists already; keep the one whose activities are missing and remove the other.")
+                .arg(log)));
+    }
 
-    const QStringList items { name, name + QStringLiteral("-wal"), name + QStringLiteral("-shm") };
-    for (qsizetype i = 0; i < items.size(); ++i) {
+    for (qsizetype i = moved ? 1 : 0; i < items.size(); ++i) {
         const QString item = QDir(toDbDir).filePath(items.at(i));
-        if (!QFileInfo::exists(item)) {
-            if (i == 0)
-                return {};
+        const QString to = QDir(db).filePath(items.at(i));
+        // The index is rebuilt from the log by the first connection; one "db" has already is as good.
+        if (!QFileInfo::exists(item) || (i == 2 && QFileInfo::exists(to)))
             continue;
-        }
         QFile file(item);
-        if (!file.rename(QDir(db).filePath(items.at(i)))) {
+        if (!file.rename(to)) {
             info(QStringLiteral("ERROR: Failed to move %1").arg(item));
-            if (i == 0)
+            if (i < 2)
                 return std::unexpected(
                     fileError(QStringLiteral("“%1” could not be moved to “%2”.").arg(item, db), file.errorString()));
         }
@@ -438,19 +650,35 @@ std::expected<void, BvError> BvMigrationManager::migrateStore(const QString &nam
 }
 
 std::expected<void, BvError> BvMigrationManager::upgrade(
-    const QString &applicationFilesDirectory, const QString &name, Clock *clock)
+    const QString &applicationFilesDirectory, const QString &name, Clock *clock, std::chrono::milliseconds lockWait)
 {
     // The app, the command line and a sync run may open the store at the same moment. Without the lock a
     // second migration could swap its copy of the old store over the first one's result after the first
-    // process had already written to it. A folder where no lock file can be made cannot be migrated
-    // either, and the steps report why.
-    QLockFile lock(QDir(applicationFilesDirectory).filePath(QStringLiteral("db-migration.lock")));
-    lock.setStaleLockTime(0);
-    lock.lock();
+    // process had already written to it. A lock left by a crash on this machine is taken over at once;
+    // one that stays held (another machine sharing the folder, a hung program) is waited for only so long.
+    const QString lockPath = QDir(applicationFilesDirectory).filePath(QStringLiteral("db-migration.lock"));
+    QLockFile lock(lockPath);
+    lock.setStaleLockTime(std::chrono::hours(1));
+    if (!lock.tryLock(lockWait) && lock.error() == QLockFile::LockFailedError) {
+        qint64 pid = 0;
+        QString host;
+        QString program;
+        lock.getLockInfo(&pid, &host, &program);
+        const BvError error = migrationError(
+            QStringLiteral("The store could not be opened: “%1” says that %2 (process %3 on %4) is upgrading it. "
+                           "If that program is no longer running, remove the file and try again.")
+                .arg(lockPath, program.isEmpty() ? QStringLiteral("another program") : program)
+                .arg(pid)
+                .arg(host));
+        qCCritical(lcStore).noquote() << QStringLiteral("Error occurred while trying to migrating store: %1; %2")
+                                             .arg(QDir(applicationFilesDirectory).filePath(kDbFolder), error.message());
+        return std::unexpected(error);
+    }
     restoreInterruptedSwap(applicationFilesDirectory, name);
     if (auto moved = migrateStore(name, applicationFilesDirectory); !moved)
         return moved;
-    BvMigrationManager manager(QDir(applicationFilesDirectory).filePath(kDbFolder), name, clock);
+    removeStaleTemporaryFolders();
+    BvMigrationManager manager(resolvedFolder(QDir(applicationFilesDirectory).filePath(kDbFolder)), name, clock);
     manager.migrateToVersion(3, false);
     manager.migrateToVersion(4, true);
     manager.migrateToVersion(5, true);
@@ -553,27 +781,30 @@ bool BvMigrationManager::migrateToVersion(int version, bool useMappingModel)
             return fail(migrationError(QStringLiteral("Mapping model not found!")));
     }
 
-    // Qt answers an empty temporary path when TMPDIR names a folder that does not exist, which would put
-    // the migration into the working directory; the folder asked for fails below and is named instead.
-    QString tempRoot = QDir::tempPath();
-    if (tempRoot.isEmpty())
-        tempRoot = QDir::cleanPath(qEnvironmentVariable("TMPDIR"));
     QTemporaryFile placeholder(
-        QDir(tempRoot).filePath(QStringLiteral("brimvale-migration-%1-%2.XXXXXXXX").arg(from).arg(version)));
+        QDir(temporaryRoot()).filePath(kTemporaryPrefix + QStringLiteral("%1-%2.XXXXXXXX").arg(from).arg(version)));
     placeholder.setAutoRemove(false);
     const bool made = placeholder.open();
     const QString tempFolder = placeholder.fileName();
     placeholder.close();
     if (made)
         info(QStringLiteral("Migration store path: %1").arg(tempFolder));
-    if (!made || !QFile::remove(tempFolder) || !QDir().mkdir(tempFolder)) {
+    // Private: the folder receives a full copy of the journal.
+    const bool replaced = made && QFile::remove(tempFolder);
+    if (!replaced || ::mkdir(QFile::encodeName(tempFolder).constData(), 0700) != 0) {
+        const QString reason = !made ? placeholder.errorString() : systemReason(errno);
         const QString shown = made ? tempFolder : placeholder.fileTemplate();
         info(QStringLiteral("Error: Failed to create temporary dir %1").arg(shown));
-        return fail(StoreErrors::folderUnusable(shown,
-            made ? QStringLiteral("The folder could not be made in place of its placeholder file.")
-                 : placeholder.errorString()));
+        return fail(StoreErrors::folderUnusable(shown, reason));
     }
+    const TemporaryFolderLock tempLock(tempFolder);
 
+    auto source = lockSource(storePath());
+    if (!source) {
+        info(QStringLiteral("Error: failed to migrate store: %1").arg(source.error().message()));
+        QDir(tempFolder).removeRecursively();
+        return fail(source.error());
+    }
     if (auto migrated
         = migrateFile(storePath(), QDir(tempFolder).filePath(m_dbName), version, m_models.value(version), mapping);
         !migrated) {
@@ -586,43 +817,67 @@ bool BvMigrationManager::migrateToVersion(int version, bool useMappingModel)
     const QString staging = parent.filePath(kStagingFolder);
     // One left by a killed run is incomplete; the migration just made is the one that counts.
     QDir(staging).removeRecursively();
-    if (auto staged = moveFolder(tempFolder, staging); !staged) {
+    auto staged = moveFolder(tempFolder, staging);
+    if (staged) {
+        copyModes(m_sourceDir, storePath(), staging);
+        staged = syncFolder(staging);
+    }
+    if (!staged) {
         info(QStringLiteral("Error: failed to copy migrated store to final destination"));
         QDir(tempFolder).removeRecursively();
+        QDir(staging).removeRecursively();
         return fail(staged.error());
     }
 
     // Every candidate is looked at and the last one is used, even when an earlier one is free; this is
-    // how backups have always been named, so it stays.
+    // how backups have always been named, so it stays. A backup kept by an earlier step of this launch
+    // (another program still had the store open) may hold that name: then the last free one is used.
     const QString stamp = LocalZone::toLocal(m_clock->now()).toString(QStringLiteral("yyyy-MM-dd-HH-mm"));
     bool anyFree = false;
     QString backup;
+    QString lastFree;
     for (int i = 0; i < 100; ++i) {
         const QString suffix = i == 0 ? QString() : QLatin1Char('-') + QString::number(i);
         backup = parent.filePath(kBackupPrefix + stamp + suffix);
-        anyFree = anyFree || !QFileInfo::exists(backup);
+        if (!QFileInfo::exists(backup)) {
+            anyFree = true;
+            lastFree = backup;
+        }
     }
+    if (anyFree)
+        backup = lastFree;
     if (!anyFree) {
         info(QStringLiteral("Error: failed to generate backup dir name"));
         QDir(staging).removeRecursively();
         return fail(migrationError(QStringLiteral("Can't create backup of current store, can't generate unique dir")));
     }
-    if (!QDir().rename(m_sourceDir, backup)) {
+    if (::rename(QFile::encodeName(m_sourceDir).constData(), QFile::encodeName(backup).constData()) != 0) {
+        const int error = errno;
         info(QStringLiteral("Error: Failed to backup existing db to %1").arg(backup));
         QDir(staging).removeRecursively();
         return fail(
             fileError(QStringLiteral("The store folder “%1” could not be moved to “%2”.").arg(m_sourceDir, backup),
-                QStringLiteral("The backup before the migration to version %1 failed.").arg(version)));
+                systemReason(error)));
     }
-    if (!QDir().rename(staging, m_sourceDir)) {
+    if (::rename(QFile::encodeName(staging).constData(), QFile::encodeName(m_sourceDir).constData()) != 0) {
+        const int error = errno;
         info(QStringLiteral("Error: failed to copy migrated store to final destination"));
         QDir(staging).removeRecursively();
         const bool restored = QDir().rename(backup, m_sourceDir);
         return fail(fileError(QStringLiteral("The migrated store could not be moved to “%1”.").arg(m_sourceDir),
-            restored ? QStringLiteral("The store was left as it was.")
-                     : QStringLiteral("The store as it was before the migration is in “%1”.").arg(backup)));
+            restored ? QStringLiteral("%1. The store was left as it was.").arg(systemReason(error))
+                     : QStringLiteral("%1. The store as it was before the migration is in “%2”.")
+                           .arg(systemReason(error), backup)));
     }
-    QDir(backup).removeRecursively();
+    // Both renames are on disk before the old store can go.
+    const auto swapped = syncFolder(parent.path());
+    releaseMovedSource(std::move(*source));
+    if (!swapped) {
+        info(QStringLiteral("Kept the store folder as it was before the migration in %1: %2")
+                 .arg(backup, swapped.error().message()));
+    } else {
+        finishSwap(backup, m_sourceDir, m_dbName);
+    }
     m_currentModelVersion = version;
     return true;
 }

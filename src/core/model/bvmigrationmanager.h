@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <expected>
 #include <optional>
 
@@ -34,9 +35,10 @@ public:
 
     // The whole upgrade the store runs on opening (unless "skipMigrations" is set): puts back a store
     // folder that a killed swap left as a backup, moves the old layout, then migrates to versions 3, 4
-    // and 5. A store of a newer version than this program knows is refused and left untouched.
-    static std::expected<void, BvError> upgrade(
-        const QString &applicationFilesDirectory, const QString &name, Clock *clock = nullptr);
+    // and 5. A store of a newer version than this program knows is refused and left untouched. Another
+    // program's migration of the same folder is waited for up to `lockWait`.
+    static std::expected<void, BvError> upgrade(const QString &applicationFilesDirectory, const QString &name,
+        Clock *clock = nullptr, std::chrono::milliseconds lockWait = std::chrono::seconds(30));
 
     // The tables and indexes of every schema version the program can migrate through, by version:
     // the shipped history of the store (see docs/store.md).

@@ -16,9 +16,12 @@ QString folderOf(const QString &path)
     return QDir::toNativeSeparators(QFileInfo(path).absolutePath());
 }
 
-// What the user can do about a failure; empty where nothing helps but reading the reason.
+// What the user can do about a failure; empty where nothing helps but reading the reason, or where it
+// would have to name a folder that is not known.
 QString remedy(int code, const QString &path)
 {
+    if (path.isEmpty() && code != SQLITE_BUSY && code != SQLITE_LOCKED)
+        return {};
     switch (code) {
     case SQLITE_FULL:
         return QStringLiteral("Free space on the disk that holds “%1”.").arg(folderOf(path));
@@ -119,7 +122,9 @@ BvError fromSql(const QSqlError &error, const QString &path)
         reason = error.text();
     if (!numeric)
         return BvError(QString::fromLatin1(SqliteDomain), SaveCode,
-            QStringLiteral("Could not use the store “%1”: %2.").arg(QDir::toNativeSeparators(path), reason));
+            path.isEmpty()
+                ? QStringLiteral("Could not use the store: %1.").arg(reason)
+                : QStringLiteral("Could not use the store “%1”: %2.").arg(QDir::toNativeSeparators(path), reason));
     return sqlite(code, reason, path);
 }
 
