@@ -781,19 +781,19 @@ bool BvMigrationManager::migrateToVersion(int version, bool useMappingModel)
             return fail(migrationError(QStringLiteral("Mapping model not found!")));
     }
 
-    QTemporaryFile placeholder(
+    QTemporaryFile reservedName(
         QDir(temporaryRoot()).filePath(kTemporaryPrefix + QStringLiteral("%1-%2.XXXXXXXX").arg(from).arg(version)));
-    placeholder.setAutoRemove(false);
-    const bool made = placeholder.open();
-    const QString tempFolder = placeholder.fileName();
-    placeholder.close();
+    reservedName.setAutoRemove(false);
+    const bool made = reservedName.open();
+    const QString tempFolder = reservedName.fileName();
+    reservedName.close();
     if (made)
         info(QStringLiteral("Migration store path: %1").arg(tempFolder));
     // Private: the folder receives a full copy of the journal.
     const bool replaced = made && QFile::remove(tempFolder);
     if (!replaced || ::mkdir(QFile::encodeName(tempFolder).constData(), 0700) != 0) {
-        const QString reason = !made ? placeholder.errorString() : systemReason(errno);
-        const QString shown = made ? tempFolder : placeholder.fileTemplate();
+        const QString reason = !made ? reservedName.errorString() : systemReason(errno);
+        const QString shown = made ? tempFolder : reservedName.fileTemplate();
         info(QStringLiteral("Error: Failed to create temporary dir %1").arg(shown));
         return fail(StoreErrors::folderUnusable(shown, reason));
     }
