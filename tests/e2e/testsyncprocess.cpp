@@ -4,11 +4,8 @@
 #include <csignal>
 #include <cstring>
 #include <expected>
-#include <fcntl.h>
 #include <functional>
-#include <linux/fs.h>
 #include <optional>
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <QCryptographicHash>
@@ -25,6 +22,7 @@
 #include "model/activity.h"
 #include "model/store.h"
 #include "model/storecontext.h"
+#include "support/writeprotection.h"
 
 using namespace Qt::StringLiterals;
 
@@ -128,29 +126,6 @@ QStringList snapshot(const QString &dir)
     return entries;
 }
 
-// Root writes into folders whatever their mode bits say, so for root the folder is made immutable, as
-// chattr +i does; a file system without that flag gives false.
-bool setFolderWritable(const QString &path, bool writable)
-{
-    if (::geteuid() != 0) {
-        const QFile::Permissions owner
-            = QFile::ReadOwner | QFile::ExeOwner | (writable ? QFile::WriteOwner : QFile::Permissions());
-        return QFile::setPermissions(
-            path, owner | QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther);
-    }
-    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (fd < 0)
-        return false;
-    int flags = 0;
-    bool done = ::ioctl(fd, FS_IOC_GETFLAGS, &flags) == 0;
-    if (done) {
-        flags = writable ? flags & ~FS_IMMUTABLE_FL : flags | FS_IMMUTABLE_FL;
-        done = ::ioctl(fd, FS_IOC_SETFLAGS, &flags) == 0;
-    }
-    ::close(fd);
-    return done;
-}
-
 // Modification stamps are whole seconds: waiting for the next second makes the following change the later
 // one on every machine, whatever happened in the current second.
 void waitForNextSecond()
@@ -225,7 +200,7 @@ private:
     std::unique_ptr<QTemporaryDir> m_dir;
     QList<Machine> m_machines;
     QString m_shared;
-    QString m_readOnlyFolder;
+    std::unique_ptr<WriteProtection> m_readOnly;
 
     QTemporaryDir m_fixtures;
     std::optional<std::expected<QString, QString>> m_editsFixture;
@@ -261,10 +236,7 @@ void TestSyncProcess::init()
 
 void TestSyncProcess::cleanup()
 {
-    if (!m_readOnlyFolder.isEmpty()) {
-        setFolderWritable(m_readOnlyFolder, true);
-        m_readOnlyFolder.clear();
-    }
+    m_readOnly.reset();
     m_dir.reset();
 }
 
@@ -618,29 +590,29 @@ void TestSyncProcess::folderTurnedReadOnlyFailsTheRunUntilWritable()
     const Machine &b = m_machines.at(1);
 
     // The flag has to hold on this file system before the run can be put to it.
-    const QString probe = m_shared + u"/probe"_s;
-    if (!setFolderWritable(m_shared, false))
-        QSKIP("This file system cannot make a folder read-only for the user running the tests");
-    m_readOnlyFolder = m_shared;
-    QFile probeFile(probe);
-    QVERIFY(!probeFile.open(QIODevice::WriteOnly));
-    QVERIFY(setFolderWritable(m_shared, true));
-    m_readOnlyFolder.clear();
+    {
+        const WriteProtection probe(m_shared);
+        if (!probe.isActive())
+            QSKIP("This file system cannot make a folder read-only for the user running the tests");
+        QFile probeFile(m_shared + u"/probe"_s);
+        QVERIFY(!probeFile.open(QIODevice::WriteOnly));
+    }
 
     const Result failed = syncWatching(b, [&](const QString &line, QProcess &) {
-        if (line.startsWith(u"Exporting activities for:"_s) && m_readOnlyFolder.isEmpty()
-            && setFolderWritable(m_shared, false))
-            m_readOnlyFolder = m_shared;
+        if (line.startsWith(u"Exporting activities for:"_s) && !m_readOnly) {
+            m_readOnly = std::make_unique<WriteProtection>(m_shared);
+            if (!m_readOnly->isActive())
+                m_readOnly.reset();
+        }
     });
-    QVERIFY2(!m_readOnlyFolder.isEmpty(), qPrintable(failed.out));
+    QVERIFY2(m_readOnly, qPrintable(failed.out));
     QCOMPARE(failed.status, 1);
     QVERIFY(!failed.out.contains(u"Sync operation completed!"_s));
     const QString reason = QString::fromLocal8Bit(std::strerror(::geteuid() == 0 ? EPERM : EACCES));
     QVERIFY2(failed.err.startsWith(u"Error occurred\nFailed to write "_s), qPrintable(failed.err));
     QVERIFY2(failed.err.contains(u"to the sync folder. "_s + reason), qPrintable(failed.err));
 
-    QVERIFY(setFolderWritable(m_shared, true));
-    m_readOnlyFolder.clear();
+    m_readOnly.reset();
     Journal common;
     const QString diverged = syncBothAndCompare(a, b, &common);
     QVERIFY2(diverged.isEmpty(), qPrintable(diverged));
