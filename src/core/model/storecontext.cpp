@@ -499,6 +499,24 @@ std::expected<ActivityPtr, BvError> StoreContext::activityWithUid(const QString 
     return found->isEmpty() ? ActivityPtr() : found->constFirst();
 }
 
+std::expected<QList<ActivityPtr>, BvError> StoreContext::fetchActivitiesWithIds(const QList<qint64> &ids)
+{
+    QList<ActivityPtr> activities;
+    std::expected<void, BvError> read = TaskLinks::forEachBatch(
+        ids, [&](const QList<qint64> &chunk, const QString &marks) -> std::expected<void, BvError> {
+            std::expected<QList<ActivityPtr>, BvError> fetched
+                = fetchActivityRows(QStringLiteral(" WHERE a.id IN (") + marks + QLatin1Char(')'),
+                    QVariantList(chunk.cbegin(), chunk.cend()), QString(), std::nullopt, 0);
+            if (!fetched)
+                return std::unexpected(fetched.error());
+            activities.append(*fetched);
+            return {};
+        });
+    if (!read)
+        return std::unexpected(read.error());
+    return activities;
+}
+
 std::expected<QHash<QString, ActivityPtr>, BvError> StoreContext::activitiesWithUids(const QStringList &uids)
 {
     std::expected<QSqlDatabase, BvError> db = m_store.database();
@@ -530,21 +548,13 @@ std::expected<QHash<QString, ActivityPtr>, BvError> StoreContext::activitiesWith
                 return std::unexpected(probe.error());
             probe.reset();
         }
+        std::expected<QList<ActivityPtr>, BvError> fetched = fetchActivitiesWithIds(ids);
+        if (!fetched)
+            return std::unexpected(fetched.error());
         QHash<QString, ActivityPtr> found;
-        found.reserve(ids.size());
-        std::expected<void, BvError> read = TaskLinks::forEachBatch(
-            ids, [&](const QList<qint64> &chunk, const QString &marks) -> std::expected<void, BvError> {
-                std::expected<QList<ActivityPtr>, BvError> fetched
-                    = fetchActivityRows(QStringLiteral(" WHERE a.id IN (") + marks + QLatin1Char(')'),
-                        QVariantList(chunk.cbegin(), chunk.cend()), QString(), std::nullopt, 0);
-                if (!fetched)
-                    return std::unexpected(fetched.error());
-                for (const ActivityPtr &activity : std::as_const(*fetched))
-                    found.insert(activity->uid(), activity);
-                return {};
-            });
-        if (!read)
-            return std::unexpected(read.error());
+        found.reserve(fetched->size());
+        for (const ActivityPtr &activity : std::as_const(*fetched))
+            found.insert(activity->uid(), activity);
         return found;
     };
     std::expected<QHash<QString, ActivityPtr>, BvError> found = fetch();
@@ -747,22 +757,14 @@ void StoreContext::refreshObjects()
             ids.append(it.key());
         ++it;
     }
-    QSet<qint64> present;
-    std::expected<void, BvError> read = TaskLinks::forEachBatch(
-        ids, [&](const QList<qint64> &chunk, const QString &marks) -> std::expected<void, BvError> {
-            std::expected<QList<ActivityPtr>, BvError> fetched
-                = fetchActivityRows(QStringLiteral(" WHERE a.id IN (") + marks + QLatin1Char(')'),
-                    QVariantList(chunk.cbegin(), chunk.cend()), QString(), std::nullopt, 0);
-            if (!fetched)
-                return std::unexpected(fetched.error());
-            for (const ActivityPtr &activity : std::as_const(*fetched))
-                present.insert(activity->m_id);
-            return {};
-        });
-    if (!read) {
-        qCWarning(lcStore).noquote() << QStringLiteral("Refresh failed: %1").arg(read.error().message());
+    const std::expected<QList<ActivityPtr>, BvError> fetched = fetchActivitiesWithIds(ids);
+    if (!fetched) {
+        qCWarning(lcStore).noquote() << QStringLiteral("Refresh failed: %1").arg(fetched.error().message());
         return;
     }
+    QSet<qint64> present;
+    for (const ActivityPtr &activity : *fetched)
+        present.insert(activity->m_id);
     // Rows that are gone were deleted elsewhere; their objects become detached.
     for (qint64 id : std::as_const(ids)) {
         if (present.contains(id))

@@ -143,6 +143,8 @@ private:
         const QString &tail, const std::optional<QString> &textLike, int limit);
     std::shared_ptr<SidebarItem> item(qint64 id, bool task);
     ActivityPtr activityFromRow(const SqliteStatement &row);
+    // The stored activities with these row ids, fetched in batches; ids without a row are absent.
+    std::expected<QList<ActivityPtr>, BvError> fetchActivitiesWithIds(const QList<qint64> &ids);
     void readActivity(Activity &activity, const SqliteStatement &row, Activity::Fields keep);
     void forgetChanges(const ActivityPtr &activity);
     void detachVanished(const ActivityPtr &activity);
