@@ -2,7 +2,6 @@
 // and the recent-activities list that menus read.
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
 
 #include "model/activitymanager.h"
 #include "model/store.h"
@@ -69,12 +68,3 @@ void BM_RecentActivities(benchmark::State &state)
 BENCHMARK(BM_RecentActivities)->Unit(benchmark::kMicrosecond);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

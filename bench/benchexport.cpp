@@ -2,7 +2,6 @@
 // Targets: CSV export 0.5 s, XML export 1 s, XML import (both stages) 4 s, 150 MB peak memory of an export.
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QFileInfo>
 
@@ -140,12 +139,3 @@ void BM_ImportXML(benchmark::State &state)
 BENCHMARK(BM_ImportXML)->Unit(benchmark::kMillisecond)->Iterations(2);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

@@ -2,7 +2,6 @@
 // in the version 3 schema, migrated through version 4 to the current one before it opens.
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QFile>
 #include <QSqlDatabase>
@@ -97,12 +96,3 @@ void BM_MigrateVersion3Store(benchmark::State &state)
 BENCHMARK(BM_MigrateVersion3Store)->Unit(benchmark::kMillisecond)->Iterations(3);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

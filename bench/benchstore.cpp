@@ -1,7 +1,6 @@
 // The journal store at the size of ten years of heavy use: 100,000 activities, 50 projects, 300 tasks.
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
 #include <QFileInfo>
 #include <QSqlQuery>
 
@@ -100,12 +99,3 @@ void BM_FetchAllAndSumDurations(benchmark::State &state)
 BENCHMARK(BM_FetchAllAndSumDurations)->Unit(benchmark::kMillisecond);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

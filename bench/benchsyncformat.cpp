@@ -1,7 +1,6 @@
 // The sync files at the size of ten years of heavy use: 100,000 activities in 120 month files.
 #include <benchmark/benchmark.h>
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QTimeZone>
 
@@ -148,12 +147,3 @@ void BM_FetchAndHashMonth(benchmark::State &state)
 BENCHMARK(BM_FetchAndHashMonth)->Unit(benchmark::kMillisecond);
 
 } // namespace
-
-int main(int argc, char **argv)
-{
-    QCoreApplication app(argc, argv);
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

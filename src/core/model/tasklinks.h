@@ -18,7 +18,7 @@ class TaskLinks
 public:
     static constexpr qsizetype IdsPerStatement = 500;
 
-    // Calls `batch` with consecutive runs of at most IdsPerStatement ids and the "?,?,..." placeholders
+    // Calls `batch` with consecutive runs of at most IdsPerStatement ids and the "?,?,..." parameter marks
     // for a run of that length; stops at the first failure and answers it.
     using Batch = std::function<std::expected<void, BvError>(const QList<qint64> &ids, const QString &marks)>;
     static std::expected<void, BvError> forEachBatch(const QList<qint64> &ids, const Batch &batch);
