@@ -1,0 +1,27 @@
+#pragma once
+
+#include <expected>
+#include <functional>
+
+#include <QObject>
+#include <QString>
+
+// Secrets of the user's keyring (Secret Service or KWallet), addressed by service and account. Calls
+// answer through their callback on the main thread, possibly before they return. Main thread.
+class Keychain : public QObject
+{
+    Q_OBJECT
+public:
+    using QObject::QObject;
+
+    using ReadResult = std::expected<QString, QString>;
+    using WriteResult = std::expected<void, QString>;
+
+    // The secret, an empty text when there is none, or why the keyring could not be read.
+    virtual void read(const QString &service, const QString &account, std::function<void(ReadResult)> done) = 0;
+    virtual void write(
+        const QString &service, const QString &account, const QString &secret, std::function<void(WriteResult)> done)
+        = 0;
+    // Removing what is not there succeeds.
+    virtual void remove(const QString &service, const QString &account, std::function<void(WriteResult)> done) = 0;
+};

@@ -1,0 +1,26 @@
+#include "platform/platformservices.h"
+
+#include "platform/autostartxdg.h"
+#include "platform/globalhotkeynull.h"
+#include "platform/idlesourcenull.h"
+#include "platform/keychainnull.h"
+#include "platform/notifiernull.h"
+#include "platform/sessioneventsnull.h"
+
+PlatformServices::PlatformServices() = default;
+PlatformServices::~PlatformServices() = default;
+PlatformServices::PlatformServices(PlatformServices &&) noexcept = default;
+PlatformServices &PlatformServices::operator=(PlatformServices &&) noexcept = default;
+
+PlatformServices PlatformServices::forSession()
+{
+    PlatformServices services;
+    services.notifier = std::make_unique<NotifierNull>();
+    services.idleSource
+        = std::make_unique<IdleSourceNull>(QStringLiteral("No source of idle time works in this session."));
+    services.sessionEvents = std::make_unique<SessionEventsNull>();
+    services.globalHotKey = std::make_unique<GlobalHotKeyNull>();
+    services.keychain = std::make_unique<KeychainNull>();
+    services.loginItems = std::make_unique<AutostartXdg>();
+    return services;
+}
