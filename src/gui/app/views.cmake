@@ -1,0 +1,16 @@
+# The main window's reusable views, the tray item and the start-time sheet, with their images.
+target_sources(brimvale-gui PRIVATE
+    ${CMAKE_CURRENT_LIST_DIR}/bvmainwindowstatusbarview.cpp ${CMAKE_CURRENT_LIST_DIR}/bvmainwindowstatusbarview.h)
+
+# A static library's resource initialiser would be dropped by the linker, so the images go in through
+# qt_add_resources on the target, which links them into every executable that uses brimvale-gui.
+qt_add_resources(brimvale-gui brimvale-views-icons
+    PREFIX /icons
+    BASE ${CMAKE_CURRENT_LIST_DIR}/../resources
+    FILES
+        ${CMAKE_CURRENT_LIST_DIR}/../resources/brimvale.svg
+        ${CMAKE_CURRENT_LIST_DIR}/../resources/statusbar-icon.svg
+        ${CMAKE_CURRENT_LIST_DIR}/../resources/status_edit_start_date.svg
+        ${CMAKE_CURRENT_LIST_DIR}/../resources/DropboxSyncProgress.svg
+        ${CMAKE_CURRENT_LIST_DIR}/../resources/DropboxSyncSuccess.svg
+        ${CMAKE_CURRENT_LIST_DIR}/../resources/DropboxSyncError.svg)
