@@ -1,2 +1,3 @@
 bv_add_test(NAME testbvmainwindowstatusbarview SOURCES testbvmainwindowstatusbarview.cpp LIBS brimvale-gui
     LABELS gui)
+bv_add_test(NAME testactivitytextview SOURCES testactivitytextview.cpp LIBS brimvale-gui LABELS gui)
