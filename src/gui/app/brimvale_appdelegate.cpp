@@ -323,6 +323,11 @@ void Brimvale_AppDelegate::onEditStartTimeButton()
     sheet->open();
 }
 
+EditActivityStartTimeWindowController *Brimvale_AppDelegate::startTimeSheet() const
+{
+    return m_startTimeSheet;
+}
+
 void Brimvale_AppDelegate::applicationShouldTerminate()
 {
     if (m_quitAlert)

@@ -78,7 +78,7 @@ public:
     BvStatusBarItem *statusBarItem() const { return m_statusBarItem.get(); }
     StatusBarMenu *statusBarMenu() const { return m_statusBarMenu.get(); }
     // Null unless the sheet is open.
-    EditActivityStartTimeWindowController *startTimeSheet() const { return m_startTimeSheet; }
+    EditActivityStartTimeWindowController *startTimeSheet() const;
     // Whether the main window shows in the taskbar: not with appearance 3 and a working tray.
     bool keepsTaskbarEntry() const { return m_keepsTaskbarEntry; }
 
