@@ -3,6 +3,7 @@
 #include <QCoreApplication>
 #include <QSystemTrayIcon>
 
+#include "app/services/syncrunner.h"
 #include "app/trackingcontroller.h"
 #include "base/clock.h"
 #include "gui/app/brimvale_appdelegate.h"
@@ -37,6 +38,7 @@ BrimvaleApplication::BrimvaleApplication(PlatformServices services, AppEnvironme
 BrimvaleApplication::~BrimvaleApplication()
 {
     m_delegate.reset();
+    m_syncRunner.reset();
     m_tracking.reset();
     m_activityManager.reset();
     m_store.reset();
@@ -70,6 +72,7 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
         RecentItemsOptions { m_settings->recentItemsCount(), m_settings->recentItemsOrderedByDate(),
             m_settings->recentItemsExcludeInvoiced() });
     m_tracking = std::make_unique<TrackingController>(*m_activityManager, *m_settings, *m_environment.clock);
+    m_syncRunner = std::make_unique<SyncRunner>(*m_store, *m_settings, *m_activityManager);
     m_delegate = std::make_unique<Brimvale_AppDelegate>(Brimvale_AppDelegate::Parts { *m_tracking, *m_settings,
         *m_services.globalHotKey, *m_services.notifier, m_environment.trayAvailable,
         m_environment.dropboxConnector });
@@ -107,6 +110,12 @@ Store &BrimvaleApplication::store()
 {
     Q_ASSERT(m_store);
     return *m_store;
+}
+
+SyncRunner &BrimvaleApplication::syncRunner()
+{
+    Q_ASSERT(m_syncRunner);
+    return *m_syncRunner;
 }
 
 void BrimvaleApplication::showMainWindow()

@@ -16,6 +16,7 @@ class BvSettings;
 class Clock;
 class DropboxConnector;
 class Store;
+class SyncRunner;
 class TrackingController;
 class UserDefaults;
 
@@ -44,7 +45,7 @@ struct AppEnvironment
 };
 
 // The composition root of the desktop app: owns the defaults and settings, the store, the tracking engine,
-// the platform services, the tracking controller and the app's controller, and hands each its
+// the platform services, the tracking controller, the sync runner and the app's controller, and hands each its
 // collaborators by reference. Nothing here is a global: a test builds one with fakes. Main thread, with a
 // QApplication.
 class BrimvaleApplication : public QObject
@@ -64,6 +65,8 @@ public:
     Brimvale_AppDelegate &delegate();
     BvSettings &settings();
     Store &store();
+    // Runs a sync of the settings' method on request (the D-Bus Sync()).
+    SyncRunner &syncRunner();
     PlatformServices &services() { return m_services; }
 
     // showAndBringMainWindowToFront.
@@ -86,5 +89,6 @@ private:
     std::unique_ptr<Store> m_store;
     std::unique_ptr<ActivityManager> m_activityManager;
     std::unique_ptr<TrackingController> m_tracking;
+    std::unique_ptr<SyncRunner> m_syncRunner;
     std::unique_ptr<Brimvale_AppDelegate> m_delegate;
 };

@@ -7,6 +7,8 @@
 #include <QTextStream>
 
 #include "app/brimvaleapplication.h"
+#include "app/services/brimvaledbusservice.h"
+#include "app/services/singleinstance.h"
 #include "app/unixsignalwatcher.h"
 #include "cli/commandline.h"
 #include "gui/app/storeerroralert.h"
@@ -90,6 +92,10 @@ int runApp(int argc, char **argv, const AppLaunchOptions &options)
     // The controller decides when closing the window quits: with a tray icon it does not.
     QApplication::setQuitOnLastWindowClosed(false);
 
+    // One app per session: a second `brimvale` raises the first, or hands it the browser's URL, and ends.
+    if (!SingleInstance::claim())
+        return SingleInstance::forwardToRunning(options.url) ? 0 : 1;
+
     BrimvaleApplication application(PlatformServices::forSession());
 
     // Logout, shutdown and Ctrl+C end the running activity at that moment, as the Quit command does.
@@ -105,6 +111,12 @@ int runApp(int argc, char **argv, const AppLaunchOptions &options)
         app.exec();
         return 2;
     }
+    BrimvaleDBusService service(application.tracking(), application.syncRunner());
+    QObject::connect(&service, &BrimvaleDBusService::showMainWindowRequested, &application,
+        &BrimvaleApplication::showMainWindow);
+    QObject::connect(&service, &BrimvaleDBusService::openUrlRequested, &application, &BrimvaleApplication::openUrl);
+    if (!service.registerOnSessionBus())
+        qWarning() << "The app is not reachable on the session bus: brimvale start, stop and status cannot reach it";
     return app.exec();
 }
 
