@@ -1,3 +1,4 @@
 bv_add_test(NAME testbvmainwindowstatusbarview SOURCES testbvmainwindowstatusbarview.cpp LIBS brimvale-gui
     LABELS gui)
 bv_add_test(NAME testactivitytextview SOURCES testactivitytextview.cpp LIBS brimvale-gui LABELS gui)
+bv_add_test(NAME testbvstatusbaritem SOURCES testbvstatusbaritem.cpp LIBS brimvale-gui LABELS gui)

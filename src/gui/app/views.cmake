@@ -1,7 +1,8 @@
 # The main window's reusable views, the tray item and the start-time sheet, with their images.
 target_sources(brimvale-gui PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/activitytextview.cpp ${CMAKE_CURRENT_LIST_DIR}/activitytextview.h
-    ${CMAKE_CURRENT_LIST_DIR}/bvmainwindowstatusbarview.cpp ${CMAKE_CURRENT_LIST_DIR}/bvmainwindowstatusbarview.h)
+    ${CMAKE_CURRENT_LIST_DIR}/bvmainwindowstatusbarview.cpp ${CMAKE_CURRENT_LIST_DIR}/bvmainwindowstatusbarview.h
+    ${CMAKE_CURRENT_LIST_DIR}/bvstatusbaritem.cpp ${CMAKE_CURRENT_LIST_DIR}/bvstatusbaritem.h)
 
 # A static library's resource initialiser would be dropped by the linker, so the images go in through
 # qt_add_resources on the target, which links them into every executable that uses brimvale-gui.
