@@ -16,8 +16,7 @@
 
 BrimvaleApplication::BrimvaleApplication(PlatformServices services, QObject *parent)
     : BrimvaleApplication(std::move(services), AppEnvironment(), parent)
-{
-}
+{ }
 
 BrimvaleApplication::BrimvaleApplication(PlatformServices services, AppEnvironment environment, QObject *parent)
     : QObject(parent)
@@ -74,8 +73,7 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
     m_tracking = std::make_unique<TrackingController>(*m_activityManager, *m_settings, *m_environment.clock);
     m_syncRunner = std::make_unique<SyncRunner>(*m_store, *m_settings, *m_activityManager);
     m_delegate = std::make_unique<Brimvale_AppDelegate>(Brimvale_AppDelegate::Parts { *m_tracking, *m_settings,
-        *m_services.globalHotKey, *m_services.notifier, m_environment.trayAvailable,
-        m_environment.dropboxConnector });
+        *m_services.globalHotKey, *m_services.notifier, m_environment.trayAvailable, m_environment.dropboxConnector });
     connect(m_delegate.get(), &Brimvale_AppDelegate::quitRequested, this, &BrimvaleApplication::quit);
     connect(m_delegate.get(), &Brimvale_AppDelegate::terminationAllowed, this, [this] {
         Q_EMIT aboutToQuit();

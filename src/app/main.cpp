@@ -112,8 +112,8 @@ int runApp(int argc, char **argv, const AppLaunchOptions &options)
         return 2;
     }
     BrimvaleDBusService service(application.tracking(), application.syncRunner());
-    QObject::connect(&service, &BrimvaleDBusService::showMainWindowRequested, &application,
-        &BrimvaleApplication::showMainWindow);
+    QObject::connect(
+        &service, &BrimvaleDBusService::showMainWindowRequested, &application, &BrimvaleApplication::showMainWindow);
     QObject::connect(&service, &BrimvaleDBusService::openUrlRequested, &application, &BrimvaleApplication::openUrl);
     if (!service.registerOnSessionBus())
         qWarning() << "The app is not reachable on the session bus: brimvale start, stop and status cannot reach it";

@@ -13,6 +13,7 @@
 #include "gui/app/bvmainwindowstatusbarview.h"
 #include "gui/app/bvstatusbaritem.h"
 #include "gui/app/dropboxconnector.h"
+#include "gui/app/editactivitystarttimewindowcontroller.h"
 #include "gui/app/mainmenubar.h"
 #include "gui/app/mainwindow.h"
 #include "gui/app/menutags.h"
@@ -63,7 +64,7 @@ QString textOfLength(int length)
 {
     QString text = u"@Acme "_s;
     while (text.size() < length)
-        text += QChar(u'a' + text.size() % 26);
+        text += QChar(char16_t(u'a' + text.size() % 26));
     return text;
 }
 
@@ -391,7 +392,7 @@ void TestBrimvaleApp::launchShowsOrKeepsTheWindowClosed()
 
     QCOMPARE(window().isVisible(), windowShown);
     QCOMPARE(m_app->delegate().keepsTaskbarEntry(), taskbarEntry);
-    QCOMPARE(bool(window().windowFlags() & Qt::Tool), !taskbarEntry);
+    QCOMPARE(window().windowType() == Qt::Tool, !taskbarEntry);
     QCOMPARE(m_app->delegate().statusBarItem() != nullptr, trayIcon);
     QCOMPARE(window().errorLabel()->text(),
         explainsMissingTray ? Brimvale_AppDelegate::trayUnavailableMessage() : QString());
@@ -492,8 +493,8 @@ void TestBrimvaleApp::intervalChangesRearmOnlyTheRunningTimer()
     if (tracking)
         typeAndReturn(u"@Acme call"_s);
     QSignalSpy rearms(&m_app->tracking(), &TrackingController::attentionTimerRearmRequested);
-    NotificationSettings *record = reminder ? m_app->settings().reminderNotification()
-                                            : m_app->settings().notTrackingNotification();
+    NotificationSettings *record
+        = reminder ? m_app->settings().reminderNotification() : m_app->settings().notTrackingNotification();
     record->setInterval(record->interval() + 7);
     QCOMPARE(rearms.size(), rearmed ? 1 : 0);
 }
@@ -526,9 +527,8 @@ void TestBrimvaleApp::dropboxRedirect_data()
     QTest::addColumn<bool>("withConnector");
     QTest::addColumn<QString>("url");
     QTest::addColumn<bool>("connected");
-    QTest::newRow("bearer token") << true
-                                  << u"brimvaleapp://dropbox#access_token=sl.AB%2Bc&token_type=bearer&account_id=dbid%3A42"_s
-                                  << true;
+    QTest::newRow("bearer token")
+        << true << u"brimvaleapp://dropbox#access_token=sl.AB%2Bc&token_type=bearer&account_id=dbid%3A42"_s << true;
     QTest::newRow("other token type") << true << u"brimvaleapp://dropbox#access_token=x&token_type=mac&account_id=a"_s
                                       << false;
     QTest::newRow("other host") << true << u"brimvaleapp://elsewhere#access_token=x&token_type=bearer&account_id=a"_s
@@ -536,8 +536,8 @@ void TestBrimvaleApp::dropboxRedirect_data()
     QTest::newRow("other scheme") << true << u"https://dropbox#access_token=x&token_type=bearer&account_id=a"_s
                                   << false;
     QTest::newRow("no parameters") << true << u"brimvaleapp://dropbox"_s << false;
-    QTest::newRow("no connector") << false
-                                  << u"brimvaleapp://dropbox#access_token=x&token_type=bearer&account_id=a"_s << false;
+    QTest::newRow("no connector") << false << u"brimvaleapp://dropbox#access_token=x&token_type=bearer&account_id=a"_s
+                                  << false;
 }
 
 void TestBrimvaleApp::dropboxRedirect()

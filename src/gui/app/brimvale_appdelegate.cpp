@@ -6,12 +6,6 @@
 
 #include "app/trackingcontroller.h"
 #include "base/stringhelpers.h"
-#include "model/activitymanager.h"
-#include "model/storecontext.h"
-#include "platform/globalhotkey.h"
-#include "platform/notifier.h"
-#include "settings/bvsettings.h"
-#include "settings/notificationsettings.h"
 #include "gui/app/activitytextview.h"
 #include "gui/app/applogging.h"
 #include "gui/app/bvmainwindowstatusbarview.h"
@@ -22,6 +16,12 @@
 #include "gui/app/mainwindow.h"
 #include "gui/app/recentactivitiesmenu.h"
 #include "gui/app/statusbarmenu.h"
+#include "model/activitymanager.h"
+#include "model/storecontext.h"
+#include "platform/globalhotkey.h"
+#include "platform/notifier.h"
+#include "settings/bvsettings.h"
+#include "settings/notificationsettings.h"
 
 namespace {
 
@@ -39,8 +39,7 @@ Brimvale_AppDelegate::Brimvale_AppDelegate(const Parts &parts, QObject *parent)
     , m_trayAvailable(parts.trayAvailable)
     , m_dropboxConnector(parts.dropboxConnector)
     , m_window(std::make_unique<MainWindow>(parts.tracking))
-{
-}
+{ }
 
 Brimvale_AppDelegate::~Brimvale_AppDelegate()
 {
@@ -118,7 +117,8 @@ void Brimvale_AppDelegate::wireWindow()
         m_window->mainMenuBar()->setMainWindowItemEnabled(true);
         m_tracking.mainWindowDidBecomeMain();
     });
-    connect(window, &MainWindow::resignedMain, this, [this] { m_window->mainMenuBar()->setMainWindowItemEnabled(false); });
+    connect(
+        window, &MainWindow::resignedMain, this, [this] { m_window->mainMenuBar()->setMainWindowItemEnabled(false); });
     connect(window, &MainWindow::closed, this, &Brimvale_AppDelegate::onMainWindowClosed);
     connect(window->earlierActivitiesMenu(), &RecentActivitiesMenu::activityChosen, &m_tracking,
         &TrackingController::setPreviousActivity);
@@ -218,6 +218,13 @@ void Brimvale_AppDelegate::setStatusBar()
     }
     m_statusBarItem->setStatusBarType(m_settings.appStatusbarType());
     m_statusBarItem->setStatusBarTitle(m_tracking.statusItemTitle());
+    m_statusBarItem->setTrackingText(runningText());
+}
+
+QString Brimvale_AppDelegate::runningText() const
+{
+    const ActivityPtr running = m_tracking.activityManager().currentActivity();
+    return running ? running->text() : QString();
 }
 
 void Brimvale_AppDelegate::explainMissingTray()
@@ -242,8 +249,7 @@ void Brimvale_AppDelegate::setKeepsTaskbarEntry(bool keep)
     m_keepsTaskbarEntry = keep;
     // A utility window has no taskbar entry on X11 desktops and Wayland compositors alike.
     const bool wasVisible = m_window->isVisible();
-    const Qt::WindowFlags flags = keep ? (m_window->windowFlags() & ~Qt::Tool) | Qt::Window
-                                       : m_window->windowFlags() | Qt::Tool;
+    const Qt::WindowFlags flags = (m_window->windowFlags() & ~Qt::WindowType_Mask) | (keep ? Qt::Window : Qt::Tool);
     if (flags == m_window->windowFlags())
         return;
     m_window->setWindowFlags(flags);
@@ -304,8 +310,8 @@ bool Brimvale_AppDelegate::handleGetURLEvent(const QString &url)
         qCInfo(lcApp) << "Ignored a Dropbox redirect: this build does not sync with Dropbox";
         return false;
     }
-    m_dropboxConnector->connectDropboxAccount(QString(), parameters.value(QStringLiteral("account_id")),
-        parameters.value(QStringLiteral("access_token")));
+    m_dropboxConnector->connectDropboxAccount(
+        QString(), parameters.value(QStringLiteral("account_id")), parameters.value(QStringLiteral("access_token")));
     m_notifier.post({ QStringLiteral("dropbox"), tr("Dropbox"), tr("Connected with Dropbox"), {} });
     return true;
 }
@@ -348,8 +354,8 @@ void Brimvale_AppDelegate::applicationShouldTerminate()
     }
     qCCritical(lcApp).noquote() << "Could not save changes while quitting:" << saved.error().message();
     // The alert informs; either button quits.
-    auto *alert = new QMessageBox(QMessageBox::Warning, QStringLiteral("Brimvale"), quitAlertText(), QMessageBox::NoButton,
-        m_window->isVisible() ? m_window.get() : nullptr);
+    auto *alert = new QMessageBox(QMessageBox::Warning, QStringLiteral("Brimvale"), quitAlertText(),
+        QMessageBox::NoButton, m_window->isVisible() ? m_window.get() : nullptr);
     alert->setObjectName(QStringLiteral("quitAlert"));
     alert->setInformativeText(quitAlertInformativeText());
     alert->setDetailedText(saved.error().message());
@@ -374,6 +380,8 @@ void Brimvale_AppDelegate::onTrackingChanged()
     m_window->mainMenuBar()->setActivityMenuState(m_tracking.activityMenuState());
     if (m_statusBarMenu)
         m_statusBarMenu->updateItems();
+    if (m_statusBarItem)
+        m_statusBarItem->setTrackingText(runningText());
     onStatusChanged();
 }
 

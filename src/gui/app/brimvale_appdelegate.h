@@ -99,6 +99,7 @@ private:
     void observeSettings();
     void removeStatusBarItem();
     void explainMissingTray();
+    QString runningText() const;
     void setKeepsTaskbarEntry(bool keep);
     void onStatusChanged();
     void onTrackingChanged();

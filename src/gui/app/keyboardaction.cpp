@@ -4,8 +4,7 @@
 
 KeyboardAction::KeyboardAction(const QString &text, QObject *parent)
     : QAction(text, parent)
-{
-}
+{ }
 
 bool KeyboardAction::event(QEvent *event)
 {

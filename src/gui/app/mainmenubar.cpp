@@ -40,7 +40,8 @@ MainMenuBar::MainMenuBar(TrackingController &tracking, QWidget *parent)
     m_start->setShortcuts({ QKeySequence(Qt::CTRL | Qt::Key_Return), QKeySequence(Qt::CTRL | Qt::Key_Enter) });
     m_start->setShortcutContext(Qt::ApplicationShortcut);
     m_activityMenu->addAction(m_start);
-    connect(m_start, &QAction::triggered, this, [this] { Q_EMIT startTrackRequested(m_start->isTriggeredByKeyboard()); });
+    connect(
+        m_start, &QAction::triggered, this, [this] { Q_EMIT startTrackRequested(m_start->isTriggeredByKeyboard()); });
 
     m_recentMenu = new RecentActivitiesMenu(tracking, true, tr("Track recent"), m_activityMenu);
     m_recentMenu->setObjectName(QStringLiteral("recentActivitiesMenu"));
@@ -50,8 +51,8 @@ MainMenuBar::MainMenuBar(TrackingController &tracking, QWidget *parent)
     m_update = new KeyboardAction(tr("Update activity"), m_activityMenu);
     tagged(m_update, MenuTags::UpdateTrack, "updateTrackAction");
     m_activityMenu->addAction(m_update);
-    connect(
-        m_update, &QAction::triggered, this, [this] { Q_EMIT updateTrackRequested(m_update->isTriggeredByKeyboard()); });
+    connect(m_update, &QAction::triggered, this,
+        [this] { Q_EMIT updateTrackRequested(m_update->isTriggeredByKeyboard()); });
 
     m_stop = tagged(m_activityMenu->addAction(tr("Stop tracking")), MenuTags::StopTrack, "stopTrackAction");
     connect(m_stop, &QAction::triggered, this, &MainMenuBar::stopTrackRequested);

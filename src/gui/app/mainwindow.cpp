@@ -82,8 +82,8 @@ void MainWindow::showMessage(TrackingController::MessageKind kind, const QString
         return;
     }
     QPalette palette = m_errorLabel->palette();
-    palette.setColor(QPalette::WindowText,
-        QColor(kind == TrackingController::MessageKind::Error ? ErrorColor : InfoColor));
+    palette.setColor(
+        QPalette::WindowText, QColor(kind == TrackingController::MessageKind::Error ? ErrorColor : InfoColor));
     m_errorLabel->setPalette(palette);
     m_errorLabel->setText(text);
     m_errorLabel->show();
@@ -91,7 +91,8 @@ void MainWindow::showMessage(TrackingController::MessageKind kind, const QString
 
 void MainWindow::showEarlierActivities()
 {
-    m_earlierActivitiesMenu->popup(m_earlierActivitiesButton->mapToGlobal(QPoint(0, m_earlierActivitiesButton->height())));
+    m_earlierActivitiesMenu->popup(
+        m_earlierActivitiesButton->mapToGlobal(QPoint(0, m_earlierActivitiesButton->height())));
 }
 
 void MainWindow::changeEvent(QEvent *event)

@@ -12,7 +12,8 @@ class RecentActivitiesMenu : public QMenu
 {
     Q_OBJECT
 public:
-    RecentActivitiesMenu(TrackingController &tracking, bool startTrack, const QString &title, QWidget *parent = nullptr);
+    RecentActivitiesMenu(
+        TrackingController &tracking, bool startTrack, const QString &title, QWidget *parent = nullptr);
 
     bool startsTrack() const { return m_startTrack; }
     // Rebuilds the items now (done on every aboutToShow).
