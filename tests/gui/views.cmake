@@ -2,3 +2,4 @@ bv_add_test(NAME testbvmainwindowstatusbarview SOURCES testbvmainwindowstatusbar
     LABELS gui)
 bv_add_test(NAME testactivitytextview SOURCES testactivitytextview.cpp LIBS brimvale-gui LABELS gui)
 bv_add_test(NAME testbvstatusbaritem SOURCES testbvstatusbaritem.cpp LIBS brimvale-gui LABELS gui)
+bv_add_test(NAME testbvtaggedtextfieldcell SOURCES testbvtaggedtextfieldcell.cpp LIBS brimvale-gui LABELS gui)
