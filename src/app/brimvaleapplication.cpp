@@ -41,6 +41,8 @@ BrimvaleApplication::~BrimvaleApplication()
     m_tracking.reset();
     m_activityManager.reset();
     m_store.reset();
+    // The settings' availability check asks this object's notifier, which goes now.
+    BvSettings::setNotificationsAvailable({});
 }
 
 std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions &options)

@@ -27,7 +27,7 @@
 #include "platform/globalhotkeynull.h"
 #include "platform/idlesourcenull.h"
 #include "platform/keychainnull.h"
-#include "platform/notifiernull.h"
+#include "platform/notifier.h"
 #include "platform/sessioneventsnull.h"
 #include "settings/bvsettings.h"
 #include "settings/notificationsettings.h"
@@ -49,10 +49,24 @@ public:
     QList<QStringList> calls;
 };
 
-PlatformServices nullServices()
+// Stands for the desktop's notification server: always there, remembers what was posted.
+class FakeNotifier : public Notifier
+{
+public:
+    bool isAvailable() const override { return true; }
+    bool supportsActions() const override { return true; }
+    void post(const UserNotification &notification) override { posted.append(notification); }
+    void withdraw(const QString &) override { }
+    QList<UserNotification> posted;
+};
+
+PlatformServices nullServices(FakeNotifier **notifier = nullptr)
 {
     PlatformServices services;
-    services.notifier = std::make_unique<NotifierNull>();
+    auto fakeNotifier = std::make_unique<FakeNotifier>();
+    if (notifier)
+        *notifier = fakeNotifier.get();
+    services.notifier = std::move(fakeNotifier);
     services.idleSource = std::make_unique<IdleSourceNull>(u"none in tests"_s);
     services.sessionEvents = std::make_unique<SessionEventsNull>();
     services.globalHotKey = std::make_unique<GlobalHotKeyNull>();
@@ -117,6 +131,7 @@ private:
     FakeClock m_clock { QDateTime(QDate(2024, 3, 12), QTime(10, 0), Qt::UTC) };
     FakeDropboxConnector m_dropbox;
     bool m_withConnector = false;
+    FakeNotifier *m_notifier = nullptr;
     std::unique_ptr<BrimvaleApplication> m_app;
 };
 
@@ -147,7 +162,7 @@ BrimvaleApplication &TestBrimvaleApp::launch(bool trayAvailable, AppLaunchOption
     environment.clock = &m_clock;
     environment.trayAvailable = [trayAvailable] { return trayAvailable; };
     environment.dropboxConnector = m_withConnector ? &m_dropbox : nullptr;
-    m_app = std::make_unique<BrimvaleApplication>(nullServices(), environment);
+    m_app = std::make_unique<BrimvaleApplication>(nullServices(&m_notifier), environment);
     const auto launched = m_app->launch(options);
     if (!launched)
         qFatal("launch failed: %s", qPrintable(launched.error().message()));
@@ -549,8 +564,12 @@ void TestBrimvaleApp::dropboxRedirect()
     // The URL a browser hands over at launch goes the same way as one forwarded to the running app.
     launch(false, { false, url });
     QCOMPARE(m_dropbox.calls.size(), connected ? 1 : 0);
-    if (connected)
+    QCOMPARE(m_notifier->posted.size(), connected ? 1 : 0);
+    if (connected) {
         QCOMPARE(m_dropbox.calls.constFirst(), QStringList({ QString(), u"dbid:42"_s, u"sl.AB+c"_s }));
+        QCOMPARE(m_notifier->posted.constFirst().title, u"Dropbox"_s);
+        QCOMPARE(m_notifier->posted.constFirst().body, u"Connected with Dropbox"_s);
+    }
     QCOMPARE(m_app->delegate().handleGetURLEvent(url), connected);
 }
 

@@ -27,6 +27,7 @@ namespace {
 
 constexpr int AppearanceWindowOnly = 1;
 constexpr int AppearanceTrayOnly = 3;
+constexpr int NotificationsEnabled = 2;
 
 } // namespace
 
@@ -312,7 +313,8 @@ bool Brimvale_AppDelegate::handleGetURLEvent(const QString &url)
     }
     m_dropboxConnector->connectDropboxAccount(
         QString(), parameters.value(QStringLiteral("account_id")), parameters.value(QStringLiteral("access_token")));
-    m_notifier.post({ QStringLiteral("dropbox"), tr("Dropbox"), tr("Connected with Dropbox"), {} });
+    if (m_settings.appNotificationType() == NotificationsEnabled)
+        m_notifier.post({ QStringLiteral("dropbox"), tr("Dropbox"), tr("Connected with Dropbox"), {} });
     return true;
 }
 
