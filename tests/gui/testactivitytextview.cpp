@@ -119,6 +119,12 @@ void TestActivityTextView::typingAMarkedWordOffersStoredNames()
         return;
     QCOMPARE(m_view->completionCandidates(), candidates);
     QCOMPARE(m_view->completionPopup()->currentIndex().row(), preselected);
+    // The list opens under the word's marker, not under the caret.
+    QTextCursor marker = m_view->textCursor();
+    marker.setPosition(int(typed.lastIndexOf(typed.contains(u'@') ? u'@' : u'#')));
+    const int markerX = m_view->mapToGlobal(m_view->cursorRect(marker).topLeft()).x();
+    const int popupX = m_view->completionPopup()->mapToGlobal(QPoint(0, 0)).x();
+    QVERIFY2(qAbs(popupX - markerX) <= m_view->frameWidth() + 2, qPrintable(u"%1 vs %2"_s.arg(popupX).arg(markerX)));
 }
 
 void TestActivityTextView::keysThatTypeNoNameDoNotOpenTheList_data()

@@ -200,12 +200,14 @@ void ActivityTextView::complete()
     m_candidates->setStringList(names);
     m_completer->setCompletionPrefix(QString());
     QAbstractItemView *popup = m_completer->popup();
-    const int exact = int(names.indexOf(prefix));
-    popup->setCurrentIndex(exact >= 0 ? m_candidates->index(exact) : QModelIndex());
-    QRect at = cursorRect();
+    // The list opens under the word's marker, where the replaced text will start.
+    QTextCursor wordStart = textCursor();
+    wordStart.setPosition(m_wordStart);
+    QRect at = cursorRect(wordStart);
     at.setWidth(popup->sizeHintForColumn(0) + popup->verticalScrollBar()->sizeHint().width());
     m_completer->complete(at);
-    // complete() selects nothing itself only when told; keep the exact match chosen above.
+    // Only the name typed in full is chosen in advance, so Return does not pick a name the user did not type.
+    const int exact = int(names.indexOf(prefix));
     popup->setCurrentIndex(exact >= 0 ? m_candidates->index(exact) : QModelIndex());
 }
 

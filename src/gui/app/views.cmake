@@ -3,7 +3,9 @@ target_sources(brimvale-gui PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/activitytextview.cpp ${CMAKE_CURRENT_LIST_DIR}/activitytextview.h
     ${CMAKE_CURRENT_LIST_DIR}/bvmainwindowstatusbarview.cpp ${CMAKE_CURRENT_LIST_DIR}/bvmainwindowstatusbarview.h
     ${CMAKE_CURRENT_LIST_DIR}/bvstatusbaritem.cpp ${CMAKE_CURRENT_LIST_DIR}/bvstatusbaritem.h
-    ${CMAKE_CURRENT_LIST_DIR}/bvtaggedtextfieldcell.cpp ${CMAKE_CURRENT_LIST_DIR}/bvtaggedtextfieldcell.h)
+    ${CMAKE_CURRENT_LIST_DIR}/bvtaggedtextfieldcell.cpp ${CMAKE_CURRENT_LIST_DIR}/bvtaggedtextfieldcell.h
+    ${CMAKE_CURRENT_LIST_DIR}/editactivitystarttimewindowcontroller.cpp
+    ${CMAKE_CURRENT_LIST_DIR}/editactivitystarttimewindowcontroller.h)
 
 # A static library's resource initialiser would be dropped by the linker, so the images go in through
 # qt_add_resources on the target, which links them into every executable that uses brimvale-gui.
