@@ -25,6 +25,7 @@ class BrimvaleDBusService : public QObject, protected QDBusContext
 public:
     // Neither is owned; both outlive this object.
     BrimvaleDBusService(TrackingController &tracking, SyncRunner &sync, QObject *parent = nullptr);
+    // Gives up the interface and the name.
     ~BrimvaleDBusService() override;
 
     // Publishes the object on the session bus and holds the service name (kept if SingleInstance::claim()
@@ -69,4 +70,5 @@ private:
     TrackingController &m_tracking;
     SyncRunner &m_sync;
     QList<PendingSync> m_pendingSyncs;
+    bool m_registered = false;
 };
