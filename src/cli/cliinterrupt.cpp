@@ -19,9 +19,7 @@ void onSignal(int)
 
 void install(void (*handler)(int))
 {
-    struct sigaction action
-    {
-    };
+    struct sigaction action {};
     action.sa_handler = handler;
     sigemptyset(&action.sa_mask);
     // The first signal asks politely; the handler is then reset, so a second one ends the process.
