@@ -50,7 +50,8 @@ public Q_SLOTS:
     Q_SCRIPTABLE QString Sync();
 
 Q_SIGNALS:
-    // Tracking started or stopped; arguments as Status() answers them.
+    // Tracking started, stopped, or the running activity changed its text or start; arguments as Status()
+    // answers them.
     Q_SCRIPTABLE void TrackingChanged(bool tracking, const QString &text, qint64 startSecs);
     // A second `brimvale` or a script asks for the main window.
     void showMainWindowRequested();
