@@ -1,9 +1,12 @@
 #include "platform/platformservices.h"
 
+#include <QDBusConnection>
+
 #include "platform/autostartxdg.h"
 #include "platform/globalhotkeynull.h"
 #include "platform/idlesourcenull.h"
 #include "platform/keychainnull.h"
+#include "platform/notifierfreedesktop.h"
 #include "platform/notifiernull.h"
 #include "platform/sessioneventsnull.h"
 
@@ -15,7 +18,9 @@ PlatformServices &PlatformServices::operator=(PlatformServices &&) noexcept = de
 PlatformServices PlatformServices::forSession()
 {
     PlatformServices services;
-    services.notifier = std::make_unique<NotifierNull>();
+    services.notifier = QDBusConnection::sessionBus().isConnected()
+        ? std::unique_ptr<Notifier>(std::make_unique<NotifierFreedesktop>(QDBusConnection::sessionBus()))
+        : std::make_unique<NotifierNull>();
     services.idleSource
         = std::make_unique<IdleSourceNull>(QStringLiteral("No source of idle time works in this session."));
     services.sessionEvents = std::make_unique<SessionEventsNull>();
