@@ -129,23 +129,27 @@ void TestActivityTextView::typingAMarkedWordOffersStoredNames()
 void TestActivityTextView::keysThatTypeNoNameDoNotOpenTheList_data()
 {
     QTest::addColumn<int>("key");
+    QTest::addColumn<int>("modifiers");
 
-    QTest::newRow("Escape") << int(Qt::Key_Escape);
-    QTest::newRow("Left") << int(Qt::Key_Left);
-    QTest::newRow("Right") << int(Qt::Key_Right);
-    QTest::newRow("Up") << int(Qt::Key_Up);
-    QTest::newRow("Down") << int(Qt::Key_Down);
-    QTest::newRow("Delete") << int(Qt::Key_Delete);
-    QTest::newRow("Backspace") << int(Qt::Key_Backspace);
-    QTest::newRow("Shift") << int(Qt::Key_Shift);
+    QTest::newRow("Escape") << int(Qt::Key_Escape) << int(Qt::NoModifier);
+    QTest::newRow("Left") << int(Qt::Key_Left) << int(Qt::NoModifier);
+    QTest::newRow("Right") << int(Qt::Key_Right) << int(Qt::NoModifier);
+    QTest::newRow("Up") << int(Qt::Key_Up) << int(Qt::NoModifier);
+    QTest::newRow("Down") << int(Qt::Key_Down) << int(Qt::NoModifier);
+    QTest::newRow("Delete") << int(Qt::Key_Delete) << int(Qt::NoModifier);
+    QTest::newRow("Backspace") << int(Qt::Key_Backspace) << int(Qt::NoModifier);
+    QTest::newRow("Shift") << int(Qt::Key_Shift) << int(Qt::NoModifier);
+    QTest::newRow("Ctrl+C") << int(Qt::Key_C) << int(Qt::ControlModifier);
+    QTest::newRow("Tab") << int(Qt::Key_Tab) << int(Qt::NoModifier);
 }
 
 void TestActivityTextView::keysThatTypeNoNameDoNotOpenTheList()
 {
     QFETCH(int, key);
+    QFETCH(int, modifiers);
     m_view->setText(u"@acm"_s);
     QVERIFY(!popupShown());
-    QTest::keyClick(m_view.get(), Qt::Key(key));
+    QTest::keyClick(m_view.get(), Qt::Key(key), Qt::KeyboardModifiers(modifiers));
     QVERIFY(!popupShown());
     // The same caret position opens the list as soon as a character is typed.
     m_view->setText(u"@acm"_s);
