@@ -114,16 +114,10 @@ void TestAppCommands::commandsDriveTheApp_data()
     QTest::newRow("start joins its words") << true << "" << QStringList { start, u"@Acme"_s, u"notes"_s } << 0 << ""
                                            << ""
                                            << "@Acme notes";
-    QTest::newRow("start ends the running one") << true << "@Acme a" << QStringList { start, u"@Beta b"_s } << 0 << ""
-                                                << ""
-                                                << "@Beta b";
     QTest::newRow("start refused while tracking")
         << false << "@Acme a" << QStringList { start, u"@Beta b"_s } << 1 << ""
         << "Stop previous activity before tracking new!\n"
         << "@Acme a";
-    QTest::newRow("start blank") << true << "" << QStringList { start, u"  "_s } << 1 << ""
-                                 << "Activity can not be empty!\n"
-                                 << "";
     QTest::newRow("start without text") << true << "" << QStringList { start } << 1 << ""
                                         << "start needs the activity's text (see brimvale start --help).\n"
                                         << "";
@@ -136,9 +130,6 @@ void TestAppCommands::commandsDriveTheApp_data()
     QTest::newRow("stop") << true << "@Acme a" << QStringList { u"stop"_s } << 0 << ""
                           << ""
                           << "";
-    QTest::newRow("stop when idle") << true << "" << QStringList { u"stop"_s } << 0 << ""
-                                    << ""
-                                    << "";
     QTest::newRow("status idle") << true << "" << QStringList { u"status"_s } << 0 << "Status: not tracking\n"
                                  << ""
                                  << "";
