@@ -7,6 +7,8 @@
 #include "model/store.h"
 #include "settings/bvsettingsview.h"
 
+struct BVDropboxServices;
+
 // What a command runs with: its two streams and how to open the store. The executable hands in stdout,
 // stderr and the user's store; tests hand in buffers and a temporary store.
 struct CliEnvironment
@@ -16,6 +18,9 @@ struct CliEnvironment
     StoreOptions storeOptions;
     // The user's export layouts and sync choice, read on first use; commands never write settings.
     std::function<BvSettingsView()> settings;
+    // What the Dropbox commands and a Dropbox sync talk to (the agent, the keyring, the account's
+    // settings), made on first use; none where Dropbox cannot be reached.
+    std::function<const BVDropboxServices *()> dropbox = {};
 };
 
 // Exit statuses of every command.

@@ -2,6 +2,7 @@
 
 #include "cli/addcommand.h"
 #include "cli/deletecommand.h"
+#include "cli/dropboxcommand.h"
 #include "cli/editcommand.h"
 #include "cli/exportcommand.h"
 #include "cli/importcommand.h"
@@ -27,6 +28,7 @@ CommandLine::CommandLine()
     m_commands.push_back(std::make_unique<ExportCommand>());
     m_commands.push_back(std::make_unique<ImportCommand>());
     m_commands.push_back(std::make_unique<SyncCommand>());
+    m_commands.push_back(std::make_unique<DropboxCommand>());
 }
 
 CommandLine::~CommandLine() = default;
