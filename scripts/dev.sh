@@ -11,6 +11,7 @@ packages=(
   qt6-base-dev qt6-base-dev-tools libqt6sql6-sqlite qtkeychain-qt6-dev libsqlite3-dev
   xvfb xauth dbus dbus-x11 python3-dbusmock systemd python3
   libxml2-utils sqlite3 libbenchmark-dev libreoffice-calc-nogui e2fsprogs timewarrior
+  nodejs python3-dropbox
 )
 
 install_missing() {
@@ -18,6 +19,8 @@ install_missing() {
   for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
   done
+  # Debian's nodejs comes without npm; other builds of nodejs bring their own and conflict with Debian's.
+  command -v npm >/dev/null || missing+=(npm)
   [ ${#missing[@]} -eq 0 ] && return 0
   echo "Installing: ${missing[*]}"
   local sudo=""
@@ -45,6 +48,8 @@ case "$cmd" in
   test)
     install_missing
     build ci
+    # The JavaScript Dropbox SDK for the fake server's conformance test, at the locked version.
+    (cd tests/conformance && npm ci --no-audit --no-fund --loglevel=error)
     ctest --preset ci "$@"
     ;;
   bench)
