@@ -83,7 +83,14 @@ std::expected<QString, QString> DropboxAgentClient::startAgent()
                                        .arg(QString::fromLatin1(ExecutableName))
                                        .arg(int(activated.error().type())));
         qCInfo(lcSync).noquote() << QStringLiteral("Starting the Dropbox agent %1").arg(*executable);
-        if (!QProcess::startDetached(*executable, {}))
+        // Its own standard streams: holding ours would keep a pipe reading the command line's output open
+        // for as long as the agent lives.
+        QProcess process;
+        process.setProgram(*executable);
+        process.setStandardInputFile(QProcess::nullDevice());
+        process.setStandardOutputFile(QProcess::nullDevice());
+        process.setStandardErrorFile(QProcess::nullDevice());
+        if (!process.startDetached())
             return std::unexpected(QStringLiteral("The Dropbox agent %1 cannot be started (code: %2)")
                                        .arg(*executable)
                                        .arg(int(QDBusError::Failed)));
