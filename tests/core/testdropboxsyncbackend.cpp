@@ -9,11 +9,13 @@
 #include "fakes/fakeclock.h"
 #include "fakes/fakedropboxservice.h"
 #include "fakes/fakekeychain.h"
+#include "settings/bvsettings.h"
 #include "settings/bvsettingsview.h"
 #include "settings/userdefaults.h"
 #include "support/isolatedhome.h"
 #include "sync/bvdropboxsettings.h"
 #include "sync/bvdropboxsyncbackend.h"
+#include "sync/bvdropboxupgradehelper.h"
 #include "sync/bvkeychain.h"
 #include "sync/bvsyncbackendfactory.h"
 #include "sync/bvtmpsyncfile.h"
@@ -56,6 +58,8 @@ private Q_SLOTS:
     void codeFlowStoresTokensAndDisconnectRevokesThem();
     void implicitGrantReplacesAnEarlierRefreshToken();
     void factoryNeedsAStoredToken();
+    void settingsUpgradeChoosesDropboxWhenATokenIsStored_data();
+    void settingsUpgradeChoosesDropboxWhenATokenIsStored();
     void keychainFailuresAreLoggedAsDesigned_data();
     void keychainFailuresAreLoggedAsDesigned();
 
@@ -591,6 +595,33 @@ void TestDropboxSyncBackend::factoryNeedsAStoredToken()
     made = BVSyncBackendFactory::backendForSettings(view, &none);
     QVERIFY(!made);
     QCOMPARE(made.error().message(), u"Dropbox is not connected. Please configure Dropbox sync in preferences"_s);
+}
+
+void TestDropboxSyncBackend::settingsUpgradeChoosesDropboxWhenATokenIsStored_data()
+{
+    QTest::addColumn<QString>("account");
+    QTest::addColumn<int>("method");
+
+    QTest::newRow("current token") << "oauth2_token" << 1;
+    QTest::newRow("older token") << "oauth_token" << 1;
+    QTest::newRow("only a refresh token") << "oauth2_refresh_token" << 0;
+    QTest::newRow("nothing") << "" << 0;
+}
+
+void TestDropboxSyncBackend::settingsUpgradeChoosesDropboxWhenATokenIsStored()
+{
+    QFETCH(QString, account);
+    QFETCH(int, method);
+
+    FakeKeychain keychain;
+    if (!account.isEmpty())
+        keychain.set(account, u"secret"_s);
+    BVDropboxUpgradeHelper helper(keychain);
+    BvSettings settings(m_defaults.get());
+    settings.setUpgradeHelper(&helper);
+    QVERIFY(settings.needsUpgrade());
+    settings.upgrade();
+    QCOMPARE(settings.syncMethod(), method);
 }
 
 void TestDropboxSyncBackend::keychainFailuresAreLoggedAsDesigned_data()
