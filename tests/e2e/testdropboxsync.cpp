@@ -80,6 +80,7 @@ private Q_SLOTS:
     void conflictingUploadFailsThenMerges();
     void expiredTokenIsRefreshed();
     void revokedTokenAsksToReconnect();
+    void agentThatDiedIsStartedAgain();
 
 private:
     Machine &machine(const QString &name);
@@ -297,6 +298,29 @@ void TestDropboxSync::revokedTokenAsksToReconnect()
     QCOMPARE(outcome.status, int(BVSyncService::Failed));
     QVERIFY2(outcome.error.endsWith(u"Please connect Dropbox again in preferences"_s), qPrintable(outcome.error));
     QVERIFY(!m_fake->files().contains(u"/sync/2024-03.json"_s));
+}
+
+void TestDropboxSync::agentThatDiedIsStartedAgain()
+{
+    Machine &a = machine(u"a"_s);
+    Machine &b = machine(u"b"_s);
+    add(a, local(2024, 3, 1, 9, 0), u"Survives the agent"_s);
+    QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
+    const QString name = QString::fromLatin1(DropboxAgentClient::ServiceName);
+    uint killed = 0;
+    // The agent dies after the listing, as a crash or the idle exit would end it; the upload finds a new one,
+    // which has the token again.
+    const Outcome outcome = run(a, [&] {
+        killed = bus->servicePid(name).value();
+        ::kill(pid_t(killed), SIGKILL);
+        while (bus->isServiceRegistered(name))
+            QThread::msleep(10);
+    });
+    QCOMPARE(outcome.error, QString());
+    QVERIFY(killed > 0);
+    QVERIFY(bus->servicePid(name).value() != killed);
+    QCOMPARE(run(b).error, QString());
+    QCOMPARE(journal(b), journal(a));
 }
 
 QTEST_GUILESS_MAIN(TestDropboxSync)
