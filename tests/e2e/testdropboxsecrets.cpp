@@ -146,6 +146,18 @@ void TestDropboxSecrets::tokensLiveInTheKeyringOnly()
     QVERIFY(!secrets.value(u"oauth2_refresh_token"_s).isEmpty());
     QVERIFY(secrets.contains(u"oauth2_token_expiry"_s));
 
+    // The command line syncs through the connected account.
+    {
+        UserDefaults defaults(UserDefaults::standardFilePath());
+        defaults.setInteger(1, u"syncMethod"_s);
+        QVERIFY(defaults.synchronize());
+    }
+    QString synced;
+    QString syncErrors;
+    QCOMPARE(brimvale({ u"sync"_s }, &synced, &syncErrors), 0);
+    QVERIFY2(synced.contains(u"Sync operation completed!"_s), qPrintable(synced + syncErrors));
+    QVERIFY(m_fake->files().contains(u"/sync/timezone.json"_s));
+
     QString status;
     QString statusErrors;
     QCOMPARE(brimvale({ u"dropbox"_s, u"status"_s }, &status, &statusErrors), 0);
