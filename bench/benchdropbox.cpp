@@ -3,6 +3,7 @@
 // itself again inside dbus-run-session.
 #include <benchmark/benchmark.h>
 
+#include <csignal>
 #include <unistd.h>
 
 #include <QCoreApplication>
@@ -13,6 +14,7 @@
 #include <QEventLoop>
 #include <QFile>
 #include <QLoggingCategory>
+#include <QThread>
 
 #include "base/clock.h"
 #include "fakes/fakedropbox.h"
