@@ -2,6 +2,7 @@
 // bar's sync button rule.
 #include <QtTest>
 
+#include <QSemaphore>
 #include <QSignalSpy>
 
 #include "fakes/fakeclock.h"
@@ -13,9 +14,32 @@
 #include "sync/bvsyncmanager.h"
 #include "sync/bvsyncservice.h"
 #include "sync/bvsyncstatusindicator.h"
+#include "sync/bvsyncstatuswindowmodel.h"
 #include "sync/dropboxsyncintervalcollection.h"
 
 using namespace Qt::StringLiterals;
+
+namespace {
+
+// Holds the run in its first step until the test lets it go on.
+class HeldBackend : public FakeSyncBackend
+{
+public:
+    HeldBackend(const QString &folder, QSemaphore &gate)
+        : FakeSyncBackend(folder, 2, u"folder"_s)
+        , m_gate(gate)
+    { }
+    void initializeBackend(Completion completion) override
+    {
+        m_gate.acquire();
+        FakeSyncBackend::initializeBackend(std::move(completion));
+    }
+
+private:
+    QSemaphore &m_gate;
+};
+
+} // namespace
 
 class TestSyncManager : public QObject
 {
@@ -34,6 +58,8 @@ private Q_SLOTS:
     void oneRunAtATime();
     void syncTurnedOffStartsNothing();
     void intervalsAreOfferedInOrder();
+    void statusWindowFollowsTheRun_data();
+    void statusWindowFollowsTheRun();
     void completedButtonHidesUnlessAnotherRunStarted_data();
     void completedButtonHidesUnlessAnotherRunStarted();
 
@@ -241,6 +267,76 @@ void TestSyncManager::intervalsAreOfferedInOrder()
             u"0 Manually 0"_s, u"1 Every 15 minutes 900"_s, u"2 Every 30 minutes 1800"_s, u"3 Every hour 3600"_s }));
     QVERIFY(DropboxSyncIntervalCollection::separatorAfter(0));
     QVERIFY(!DropboxSyncIntervalCollection::separatorAfter(1));
+}
+
+void TestSyncManager::statusWindowFollowsTheRun_data()
+{
+    QTest::addColumn<QString>("ending"); // "finish", "fail", "cancel"
+    QTest::addColumn<QString>("finalText");
+
+    QTest::newRow("completed") << "finish"
+                               << "Sync operation completed!";
+    QTest::newRow("failed") << "fail"
+                            << "Failure. The share is not mounted";
+    QTest::newRow("cancelled") << "cancel"
+                               << "Operation cancelled.";
+}
+
+void TestSyncManager::statusWindowFollowsTheRun()
+{
+    QFETCH(QString, ending);
+    QFETCH(QString, finalText);
+
+    QSemaphore gate;
+    m_settings->setSyncMethod(2);
+    BVSyncManager manager(
+        *m_settings, *m_store, m_clock,
+        [&](int) -> std::unique_ptr<BVSyncServiceBackend> {
+            auto backend = std::make_unique<HeldBackend>(m_home->root() + u"/remote"_s, gate);
+            if (ending == u"fail")
+                backend->failNext(FakeSyncBackend::Operation::Initialize, u"The share is not mounted"_s);
+            return backend;
+        },
+        [] { return std::optional<QString>(); });
+    BVSyncStatusWindowModel window;
+    // The window opens as the run starts, before its first progress message.
+    connect(&manager, &BVSyncManager::syncOperationChanged, &window, [&](int status) {
+        if (status == BVSyncManager::Started)
+            window.setSyncService(manager.currentSyncService());
+    });
+    QSignalSpy closing(&window, &BVSyncStatusWindowModel::closeRequested);
+    manager.startSync();
+    QCOMPARE(window.statusText(), u"Initializing sync service..."_s);
+    QVERIFY(window.isIndicatorRunning());
+    QCOMPARE(window.actionTitle(), u"Cancel"_s);
+    QVERIFY(!window.isFinished());
+    window.showDetails();
+    QVERIFY(!window.isDetailsShown());
+    if (ending == u"cancel") {
+        window.triggerAction();
+        QCOMPARE(window.statusText(), u"Cancelling sync operation..."_s);
+        QVERIFY(!window.isActionEnabled());
+    }
+    gate.release();
+    QTRY_VERIFY_WITH_TIMEOUT(window.isFinished(), 20000);
+    QCOMPARE(window.statusText(), finalText);
+    QVERIFY(!window.isIndicatorRunning());
+    QCOMPARE(window.actionTitle(), u"Close"_s);
+    QVERIFY(window.isActionEnabled());
+    QTRY_VERIFY(!manager.currentSyncService());
+    // The log outlives the service, which the manager drops once the run ended.
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    window.showDetails();
+    QVERIFY(window.isDetailsShown());
+    QVERIFY2(!window.detailsText().isEmpty(), "the run's log");
+    window.triggerAction();
+    QCOMPARE(closing.count(), 1);
+
+    // A window opened on no run says so.
+    BVSyncStatusWindowModel idle;
+    idle.setSyncService(nullptr);
+    QCOMPARE(idle.statusText(), u"Sync operation is not running."_s);
+    QVERIFY(idle.isFinished());
 }
 
 void TestSyncManager::completedButtonHidesUnlessAnotherRunStarted_data()

@@ -45,9 +45,10 @@ void BVSyncManager::startSync()
     connect(service, &BVSyncService::syncServiceFinish, this, [this] { onServiceEnded(Completed); });
     connect(service, &BVSyncService::syncServiceError, this, [this] { onServiceEnded(Failed); });
     connect(service, &BVSyncService::syncServiceCancelled, this, [this] { onServiceEnded(Cancelled); });
+    // The run starts on its own thread; its signals reach this thread queued, so a window that the status
+    // opens on the service still sees every one of them.
+    service->sync();
     Q_EMIT syncOperationChanged(Started, service->syncMethod());
-    // The statuses' listeners may open windows on the service before it runs.
-    QMetaObject::invokeMethod(service, &BVSyncService::sync, Qt::QueuedConnection);
 }
 
 void BVSyncManager::onServiceEnded(int status)
