@@ -366,18 +366,26 @@ void TestDropboxSyncBackend::failedFetchClearsTheCursor()
 void TestDropboxSyncBackend::tokenTroubleIsRefreshedOnceOrAsksToReconnect_data()
 {
     QTest::addColumn<QString>("token");
-    QTest::addColumn<bool>("refreshToken");
+    QTest::addColumn<QString>("refreshToken");
     QTest::addColumn<bool>("expired");
     QTest::addColumn<QString>("storedAfter");
     QTest::addColumn<QString>("error");
 
-    QTest::newRow("expired with a refresh token") << "old" << true << true << "refreshed-1"
+    QTest::newRow("expired with a refresh token") << "old"
+                                                  << "refresh-token" << true << "refreshed-1"
                                                   << "";
-    QTest::newRow("expired without a refresh token")
-        << "old" << false << true << "old"
+    QTest::newRow("expired, refresh token revoked")
+        << "old"
+        << "revoked" << true << "old"
         << "Failed to retrieve Dropbox account info: Dropbox no longer accepts this computer's authorization "
            "(expired_access_token: The access token has expired.). Please connect Dropbox again in preferences";
-    QTest::newRow("revoked") << "old" << true << false << "old"
+    QTest::newRow("expired without a refresh token")
+        << "old"
+        << "" << true << "old"
+        << "Failed to retrieve Dropbox account info: Dropbox no longer accepts this computer's authorization "
+           "(expired_access_token: The access token has expired.). Please connect Dropbox again in preferences";
+    QTest::newRow("revoked") << "old"
+                             << "refresh-token" << false << "old"
                              << "Failed to retrieve Dropbox account info: Dropbox no longer accepts this computer's "
                                 "authorization (invalid_access_token: The access token is not valid.). Please connect "
                                 "Dropbox again in preferences";
@@ -386,14 +394,14 @@ void TestDropboxSyncBackend::tokenTroubleIsRefreshedOnceOrAsksToReconnect_data()
 void TestDropboxSyncBackend::tokenTroubleIsRefreshedOnceOrAsksToReconnect()
 {
     QFETCH(QString, token);
-    QFETCH(bool, refreshToken);
+    QFETCH(QString, refreshToken);
     QFETCH(bool, expired);
     QFETCH(QString, storedAfter);
     QFETCH(QString, error);
 
     m_keychain->set(u"oauth2_token"_s, token);
-    if (refreshToken)
-        m_keychain->set(u"oauth2_refresh_token"_s, u"refresh-token"_s);
+    if (!refreshToken.isEmpty())
+        m_keychain->set(u"oauth2_refresh_token"_s, refreshToken);
     if (expired)
         m_dropbox->expireToken(token);
     auto backend = makeBackend();
@@ -406,7 +414,7 @@ void TestDropboxSyncBackend::tokenTroubleIsRefreshedOnceOrAsksToReconnect()
     QCOMPARE(handled, error.isEmpty());
     QCOMPARE(m_keychain->value(u"oauth2_token"_s), storedAfter);
     // One refresh at most, whatever the agent answers.
-    QCOMPARE(m_dropbox->calls().filter(u"RefreshToken"_s).size(), refreshToken && expired ? 1 : 0);
+    QCOMPARE(m_dropbox->calls().filter(u"RefreshToken"_s).size(), !refreshToken.isEmpty() && expired ? 1 : 0);
     if (error.isEmpty()) {
         QCOMPARE(m_dropbox->sessionToken(), storedAfter);
         QCOMPARE(m_keychain->value(u"oauth2_token_expiry"_s), u"2024-03-12T14:00:00Z"_s);

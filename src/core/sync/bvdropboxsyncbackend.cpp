@@ -203,7 +203,7 @@ QString BVDropboxSyncBackend::describe(const QString &error) const
 {
     if (error.startsWith(QLatin1String(DropboxSyncServiceProtocol::InvalidTokenPrefix))
         || (error.startsWith(QLatin1String(DropboxSyncServiceProtocol::ExpiredTokenPrefix))
-            && m_refreshToken.isEmpty())) {
+            && (m_refreshToken.isEmpty() || m_refreshedOnce))) {
         return QStringLiteral("Dropbox no longer accepts this computer's authorization (%1). Please connect "
                               "Dropbox again in preferences")
             .arg(error);
