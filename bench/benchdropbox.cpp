@@ -57,7 +57,8 @@ struct Machine
         root = home().root() + QStringLiteral("/machine-%1").arg(++counter);
         if (filled) {
             QDir().mkpath(root + QStringLiteral("/data/db"));
-            if (!QFile::copy(templateStore() + QStringLiteral("/db/storedata"), root + QStringLiteral("/data/db/storedata")))
+            if (!QFile::copy(
+                    templateStore() + QStringLiteral("/db/storedata"), root + QStringLiteral("/data/db/storedata")))
                 qFatal("could not copy the journal");
         }
         store = BenchmarkJournal::openStore(root + QStringLiteral("/data"));
@@ -126,8 +127,8 @@ double sync(Machine &m, Remote &remote)
     qputenv("XDG_CACHE_HOME", (m.root + QStringLiteral("/cache")).toLocal8Bit());
     QElapsedTimer timer;
     timer.start();
-    BVSyncService service(std::make_unique<BVDropboxSyncBackend>(BVDropboxServices {
-                              remote.agent.get(), &m.keychain, m.settings.get(), Clock::system() }),
+    BVSyncService service(std::make_unique<BVDropboxSyncBackend>(
+                              BVDropboxServices { remote.agent.get(), &m.keychain, m.settings.get(), Clock::system() }),
         std::nullopt);
     service.setMOC(*m.store);
     QEventLoop loop;
