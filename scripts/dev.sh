@@ -12,7 +12,7 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 packages=(
   cmake ninja-build g++ pkg-config
   qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-qpa-plugins qt6-wayland libqt6sql6-sqlite
-  qtkeychain-qt6-dev libsqlite3-dev dbus
+  qtkeychain-qt6-dev libsecret-1-0 libsqlite3-dev dbus
 )
 # What only the test suite and the benchmarks need: a headless display and window manager, a private bus
 # with mocked services, tray and notification hosts, input and screenshot tools, the keyring, the office
@@ -20,7 +20,7 @@ packages=(
 test_packages=(
   xvfb xauth dbus-x11 python3-dbusmock systemd python3 xdotool imagemagick dunst trayer openbox
   gnome-keyring libsecret-tools python3-dropbox libxml2-utils sqlite3 libbenchmark-dev libreoffice-calc-nogui
-  e2fsprogs timewarrior
+  e2fsprogs timewarrior nodejs desktop-file-utils hicolor-icon-theme
 )
 
 install_missing() {
@@ -28,6 +28,8 @@ install_missing() {
   for p in "$@"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
   done
+  # Debian's nodejs comes without npm; other builds of nodejs bring their own and conflict with Debian's.
+  if [ "${need_npm:-}" = 1 ]; then command -v npm >/dev/null || missing+=(npm); fi
   [ ${#missing[@]} -eq 0 ] && return 0
   echo "Installing: ${missing[*]}"
   local sudo=""
@@ -56,8 +58,10 @@ case "$cmd" in
     exec build/release/src/app/brimvale "$@"
     ;;
   test)
-    install_missing "${packages[@]}" "${test_packages[@]}"
+    need_npm=1 install_missing "${packages[@]}" "${test_packages[@]}"
     build ci
+    # The JavaScript Dropbox SDK for the fake server's conformance test, at the locked version.
+    (cd tests/conformance && npm ci --no-audit --no-fund --loglevel=error)
     ctest --preset ci "$@"
     ;;
   bench)

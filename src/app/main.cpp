@@ -3,6 +3,7 @@
 
 #include <QApplication>
 #include <QCoreApplication>
+#include <QDBusConnection>
 #include <QLoggingCategory>
 #include <QTextStream>
 
@@ -10,11 +11,16 @@
 #include "app/services/brimvaledbusservice.h"
 #include "app/services/singleinstance.h"
 #include "app/unixsignalwatcher.h"
+#include "base/clock.h"
 #include "cli/commandline.h"
 #include "gui/app/storeerroralert.h"
 #include "model/store.h"
+#include "platform/dropboxagentclient.h"
+#include "platform/keychainqt.h"
 #include "settings/bvsettingsview.h"
 #include "settings/userdefaults.h"
+#include "sync/bvdropboxsettings.h"
+#include "sync/bvdropboxsyncbackend.h"
 
 namespace {
 
@@ -77,7 +83,24 @@ int runCommandLine(int argc, char **argv)
     options.skipMigrations = UserDefaults::standardUserDefaults()->boolForKey(QStringLiteral("skipMigrations"));
     options.projectsOrderedByHand = sidebarOrderedByHand(false);
     options.tasksOrderedByHand = sidebarOrderedByHand(true);
-    CliEnvironment environment { out, err, options, &BvSettingsView::standard };
+    // Made only for the commands that reach Dropbox: they open the session bus and the keyring.
+    std::unique_ptr<DropboxAgentClient> agent;
+    std::unique_ptr<KeychainQt> keychain;
+    std::unique_ptr<BVDropboxSettings> dropboxSettings;
+    BVDropboxServices dropbox;
+    const auto dropboxServices = [&]() -> const BVDropboxServices * {
+        if (!agent) {
+            if (!QDBusConnection::sessionBus().isConnected())
+                return nullptr;
+            agent = std::make_unique<DropboxAgentClient>();
+            keychain = std::make_unique<KeychainQt>();
+            dropboxSettings = std::make_unique<BVDropboxSettings>(*UserDefaults::standardUserDefaults());
+            dropbox = BVDropboxServices { agent.get(), keychain.get(), dropboxSettings.get(), Clock::system() };
+        }
+        return &dropbox;
+    };
+    CliEnvironment environment { out, err, options, &BvSettingsView::standard, {}, {}, dropboxServices };
+
     CommandLine commandLine;
     return commandLine.run(arguments, environment);
 }

@@ -8,6 +8,8 @@
 #include "model/store.h"
 #include "settings/bvsettingsview.h"
 
+struct BVDropboxServices;
+
 // What a command runs with: its two streams and how to open the store. The executable hands in stdout,
 // stderr and the user's store; tests hand in buffers and a temporary store.
 struct CliEnvironment
@@ -22,6 +24,9 @@ struct CliEnvironment
     // hand in a connection of their own and an in-process app).
     std::function<QDBusConnection()> appBus = {};
     std::function<bool()> launchApp = {};
+    // What the Dropbox commands and a Dropbox sync talk to (the agent, the keyring, the account's
+    // settings), made on first use; none where Dropbox cannot be reached.
+    std::function<const BVDropboxServices *()> dropbox = {};
 };
 
 // Exit statuses of every command.

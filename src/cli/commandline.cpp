@@ -2,6 +2,7 @@
 
 #include "cli/addcommand.h"
 #include "cli/deletecommand.h"
+#include "cli/dropboxcommand.h"
 #include "cli/editcommand.h"
 #include "cli/exportcommand.h"
 #include "cli/importcommand.h"
@@ -35,6 +36,7 @@ CommandLine::CommandLine()
     m_commands.push_back(std::make_unique<UpdateCommand>());
     m_commands.push_back(std::make_unique<StopCommand>());
     m_commands.push_back(std::make_unique<StatusCommand>());
+    m_commands.push_back(std::make_unique<DropboxCommand>());
 }
 
 CommandLine::~CommandLine() = default;

@@ -51,7 +51,8 @@ int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
         backend = std::make_unique<BVFolderSyncBackend>(parser.value(folder));
     } else {
         auto made = BVSyncBackendFactory::backendForSettings(
-            environment.settings ? environment.settings() : BvSettingsView::standard());
+            environment.settings ? environment.settings() : BvSettingsView::standard(),
+            environment.dropbox ? environment.dropbox() : nullptr);
         // The preferences are not the only way in: a folder works without any.
         if (!made)
             return fail(environment,

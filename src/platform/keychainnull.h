@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/keychain.h"
+#include "sync/keychain.h"
 
 // No keyring can be reached: nothing is stored, and every call says so.
 class KeychainNull : public Keychain

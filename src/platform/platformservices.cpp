@@ -5,7 +5,7 @@
 #include "platform/autostartxdg.h"
 #include "platform/globalhotkeynull.h"
 #include "platform/idlesourcenull.h"
-#include "platform/keychainnull.h"
+#include "platform/keychainqt.h"
 #include "platform/notifierfreedesktop.h"
 #include "platform/notifiernull.h"
 #include "platform/sessioneventsnull.h"
@@ -25,7 +25,7 @@ PlatformServices PlatformServices::forSession()
         = std::make_unique<IdleSourceNull>(QStringLiteral("No source of idle time works in this session."));
     services.sessionEvents = std::make_unique<SessionEventsNull>();
     services.globalHotKey = std::make_unique<GlobalHotKeyNull>();
-    services.keychain = std::make_unique<KeychainNull>();
+    services.keychain = std::make_unique<KeychainQt>();
     services.loginItems = std::make_unique<AutostartXdg>();
     return services;
 }

@@ -1,16 +1,22 @@
 #include "sync/bvsyncbackendfactory.h"
 
 #include "settings/bvsettingsview.h"
+#include "sync/bvdropboxsyncbackend.h"
 #include "sync/bvfoldersyncbackend.h"
 #include "sync/bvsyncerrors.h"
 
 std::expected<std::unique_ptr<BVSyncServiceBackend>, BvError> BVSyncBackendFactory::backendForSettings(
-    const BvSettingsView &settings)
+    const BvSettingsView &settings, const BVDropboxServices *dropbox)
 {
     switch (settings.syncMethod()) {
     case BVFolderSyncBackend::SyncMethod:
         return std::make_unique<BVFolderSyncBackend>(settings.syncFolderPath());
-    case 1:
+    case BVDropboxSyncBackend::SyncMethod:
+        if (dropbox) {
+            auto backend = std::make_unique<BVDropboxSyncBackend>(*dropbox);
+            if (backend->isDropboxConnected())
+                return backend;
+        }
         // This machine holds no Dropbox account: there is nothing to connect with.
         return std::unexpected(BVSyncErrors::error(BVSyncErrors::ConfigurationCode,
             QStringLiteral("Dropbox is not connected. Please configure Dropbox sync in preferences")));

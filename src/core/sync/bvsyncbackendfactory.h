@@ -7,6 +7,7 @@
 
 class BVSyncServiceBackend;
 class BvSettingsView;
+struct BVDropboxServices;
 
 // Makes the backend of the sync method the user chose. Reads the settings only, so the command line can
 // use it too. Main thread (it reads the settings).
@@ -14,7 +15,7 @@ class BVSyncBackendFactory
 {
 public:
     // Fails with the text to show when the chosen method cannot run: sync turned off, Dropbox not
-    // connected on this machine.
+    // connected on this machine (or no way to reach Dropbox: `dropbox` none).
     static std::expected<std::unique_ptr<BVSyncServiceBackend>, BvError> backendForSettings(
-        const BvSettingsView &settings);
+        const BvSettingsView &settings, const BVDropboxServices *dropbox = nullptr);
 };

@@ -7,7 +7,8 @@
 #include <QString>
 
 // Secrets of the user's keyring (Secret Service or KWallet), addressed by service and account. Calls
-// answer through their callback on the main thread, possibly before they return. Main thread.
+// answer through their callback on the calling thread, possibly before they return; a thread that calls
+// must run an event loop. The object itself belongs to the main thread.
 class Keychain : public QObject
 {
     Q_OBJECT
