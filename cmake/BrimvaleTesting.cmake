@@ -24,5 +24,11 @@ function(bv_add_test)
     if(T_LOCALE)
         list(APPEND env "LANG=${T_LOCALE}" "LC_ALL=${T_LOCALE}")
     endif()
-    set_tests_properties(${T_NAME} PROPERTIES LABELS "${T_LABELS}" ENVIRONMENT "${env}")
+    # A hung end-to-end test (a window that never maps, a process that never answers) fails in minutes,
+    # not at the watchdog of the whole run.
+    set(timeout 600)
+    if(T_E2E)
+        set(timeout 240)
+    endif()
+    set_tests_properties(${T_NAME} PROPERTIES LABELS "${T_LABELS}" ENVIRONMENT "${env}" TIMEOUT ${timeout})
 endfunction()

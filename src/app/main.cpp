@@ -128,6 +128,8 @@ int runApp(int argc, char **argv, const AppLaunchOptions &options)
     const auto launched = application.launch(options);
     if (!launched) {
         qCritical().noquote() << "Could not open the store:" << launched.error().message();
+        // Nothing answers on the bus while the alert shows: a second launch should try for itself.
+        SingleInstance::release();
         auto *alert = new StoreErrorAlert(launched.error());
         QObject::connect(alert, &QMessageBox::finished, &app, &QCoreApplication::quit);
         alert->open();

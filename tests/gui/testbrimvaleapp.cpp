@@ -205,6 +205,7 @@ void TestBrimvaleApp::storePastActivities(const QStringList &texts)
 void TestBrimvaleApp::returnStoresTheActivityWithProjectAndTasks()
 {
     launch();
+    QCOMPARE(window().statusbarView()->statusString(), u"Status: not tracking"_s);
     typeAndReturn(u"@Acme #design #review mock-ups"_s);
 
     QVERIFY(m_app->tracking().isTracking());

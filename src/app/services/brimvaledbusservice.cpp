@@ -75,18 +75,26 @@ bool BrimvaleDBusService::registerOnSessionBus()
 
 QString BrimvaleDBusService::StartTrack(const QString &text)
 {
+    const QString typed = m_tracking.activityText();
     m_tracking.setActivityText(text);
     if (m_tracking.doStartTrackAndShowWindow(false))
         return QLatin1String("");
-    return m_tracking.messageText();
+    // A refused command leaves the line as the user left it.
+    const QString message = m_tracking.messageText();
+    m_tracking.setActivityText(typed);
+    return message;
 }
 
 QString BrimvaleDBusService::UpdateTrack(const QString &text)
 {
+    const QString typed = m_tracking.activityText();
     m_tracking.setActivityText(text);
     if (m_tracking.doUpdateTrack(false))
         return QLatin1String("");
-    return m_tracking.messageText();
+    // A refused command leaves the line as the user left it.
+    const QString message = m_tracking.messageText();
+    m_tracking.setActivityText(typed);
+    return message;
 }
 
 void BrimvaleDBusService::StopTrack()

@@ -41,6 +41,13 @@ bool SingleInstance::claim()
     return reply.isValid() && reply.value() == QDBusConnectionInterface::ServiceRegistered;
 }
 
+void SingleInstance::release()
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (bus.isConnected() && bus.interface())
+        bus.interface()->unregisterService(QString::fromLatin1(BrimvaleDBus::ServiceName));
+}
+
 bool SingleInstance::forwardToRunning(const QString &urlOrEmpty)
 {
     QDBusConnection bus = QDBusConnection::sessionBus();

@@ -11,6 +11,8 @@ public:
     // runs already). True without a session bus too: nothing can then tell two instances apart, and the
     // app must still start.
     static bool claim();
+    // Gives the name up, so that a later `brimvale` starts an app of its own (this one could not start).
+    static void release();
 
     // Asks the running app to show its main window (an empty `urlOrEmpty`) or to open the URL (a
     // brimvaleapp: redirect). An app that holds the name but has not published its object yet is asked

@@ -47,9 +47,10 @@ TrackingController::TrackingController(
     , m_settings(settings)
     , m_clock(clock)
 {
-    // A coarse timer lets the system batch the wake-ups; neither the touch nor the display needs more.
+    // The display's tick is coarse, so the system may batch its wake-ups.
     m_trackTimer.setInterval(TouchIntervalMsecs);
-    m_trackTimer.setTimerType(Qt::CoarseTimer);
+    // Precise, so a killed app never loses more than the interval; it wakes once in 30 s all the same.
+    m_trackTimer.setTimerType(Qt::PreciseTimer);
     m_counterTimer.setInterval(CounterIntervalMsecs);
     m_counterTimer.setTimerType(Qt::CoarseTimer);
     connect(&m_trackTimer, &QTimer::timeout, this, &TrackingController::touchActivity);
@@ -58,6 +59,8 @@ TrackingController::TrackingController(
         &TrackingController::onActivityManagerStarted);
     connect(&m_activityManager, &ActivityManager::activityManagerStopped, this,
         &TrackingController::onActivityManagerStopped);
+    connect(&m_activityManager, &ActivityManager::currentActivityRefreshed, this,
+        &TrackingController::onCurrentActivityRefreshed);
     connect(&m_settings, &BvSettings::appStatusbarTypeChanged, this, &TrackingController::updateTrackStatus);
     updateTrackStatus();
 }
@@ -93,7 +96,8 @@ bool TrackingController::doStartTrackAndShowWindow(bool show)
     // With ending switched off the user stops the running activity first, by design.
     if (isTracking()) {
         showError(kStopPreviousFirst);
-        Q_EMIT mainWindowFrontRequested();
+        if (show)
+            Q_EMIT mainWindowFrontRequested();
         return false;
     }
     // A stop with nothing running still brings every display into the not-tracking state.
@@ -101,7 +105,8 @@ bool TrackingController::doStartTrackAndShowWindow(bool show)
     const QString message = m_activityManager.startTrack(m_activityText);
     if (!message.isNull()) {
         showError(message);
-        Q_EMIT mainWindowFrontRequested();
+        if (show)
+            Q_EMIT mainWindowFrontRequested();
         return false;
     }
     return true;
@@ -130,8 +135,7 @@ bool TrackingController::doUpdateTrack(bool show)
     // should not show the old one for up to half a minute.
     m_activityManager.touchCurrentActivity();
     showInfo(kActivityUpdated);
-    if (const ActivityPtr current = m_activityManager.currentActivity())
-        Q_EMIT trackingChanged(true, current->text(), current->timeFrom());
+    reportTracking();
     return true;
 }
 
@@ -303,8 +307,7 @@ bool TrackingController::setCurrentActivityStart(const QDateTime &start)
     current->setTimeFrom(start);
     m_activityManager.touchCurrentActivity();
     updateTrackStatus();
-    if (const ActivityPtr running = m_activityManager.currentActivity())
-        Q_EMIT trackingChanged(true, running->text(), running->timeFrom());
+    reportTracking();
     return true;
 }
 
@@ -313,9 +316,7 @@ void TrackingController::onActivityManagerStarted()
     Q_EMIT idleTimerUpdateRequested();
     Q_EMIT attentionTimerRearmRequested();
     updateTrackStatus();
-    const ActivityPtr current = m_activityManager.currentActivity();
-    m_reportedTracking = true;
-    Q_EMIT trackingChanged(true, current ? current->text() : QString(), current ? current->timeFrom() : QDateTime());
+    reportTracking();
     m_trackTimer.start();
     // The tray shows the running time even when the main window was never opened (started at login, or
     // tray only), so the counter also starts with the first activity.
@@ -328,12 +329,31 @@ void TrackingController::onActivityManagerStopped()
     // Also reached when another program deleted the running activity: nothing is left to touch.
     m_trackTimer.stop();
     Q_EMIT attentionTimerRearmRequested();
-    // Every start first stops, running or not; listeners hear only real changes.
-    if (m_reportedTracking) {
-        m_reportedTracking = false;
-        Q_EMIT trackingChanged(false, QString(), QDateTime());
-    }
+    reportTracking();
     hideError();
     updateTrackStatus();
     Q_EMIT idleTimerUpdateRequested();
+}
+
+void TrackingController::onCurrentActivityRefreshed()
+{
+    // Another program (brimvale edit) may have moved the start or changed the text.
+    updateTrackStatus();
+    reportTracking();
+}
+
+void TrackingController::reportTracking()
+{
+    // Every start first stops, running or not, and every touch re-reads the activity: listeners hear
+    // only real changes.
+    const ActivityPtr current = m_activityManager.currentActivity();
+    const bool tracking = current != nullptr;
+    const QString text = tracking ? current->text() : QString();
+    const QDateTime start = tracking ? current->timeFrom() : QDateTime();
+    if (tracking == m_reportedTracking && text == m_reportedText && start == m_reportedStart)
+        return;
+    m_reportedTracking = tracking;
+    m_reportedText = text;
+    m_reportedStart = start;
+    Q_EMIT trackingChanged(tracking, text, start);
 }

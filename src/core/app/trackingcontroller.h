@@ -122,9 +122,10 @@ Q_SIGNALS:
     void activityTextChanged(const QString &text);
     void messageChanged();
     void statusChanged();
-    // Tracking started or stopped; menus follow. `startedAt` is invalid when not tracking.
+    // Tracking started or stopped, or the running activity's text or start changed (here or in another
+    // program); menus follow. `startedAt` is invalid when not tracking.
     void trackingChanged(bool tracking, const QString &text, const QDateTime &startedAt);
-    // A command wants the main window in front (a refusal, or a start that shows the window).
+    // A command that may show the window wants it in front (a refusal, or a start).
     void mainWindowFrontRequested();
     // Seams of the attention rules: re-arm the reminder or nag timer, switch the idle timer on or off to
     // match the tracking state, and cancel a taskbar attention request.
@@ -135,6 +136,8 @@ Q_SIGNALS:
 private:
     void onActivityManagerStarted();
     void onActivityManagerStopped();
+    void onCurrentActivityRefreshed();
+    void reportTracking();
     void setMessage(MessageKind kind, const QString &text);
 
     ActivityManager &m_activityManager;
@@ -146,6 +149,8 @@ private:
     QString m_statusText;
     QString m_statusItemTitle;
     bool m_reportedTracking = false;
+    QString m_reportedText;
+    QDateTime m_reportedStart;
     QTimer m_trackTimer;
     QTimer m_counterTimer;
 };

@@ -112,7 +112,9 @@ void ActivityManager::onStoreChanged(const StoreChanges &changes)
         qCInfo(lcModel) << "the running activity was deleted elsewhere; tracking stops";
         m_currentActivity.reset();
         Q_EMIT activityManagerStopped(this);
+        return;
     }
+    Q_EMIT currentActivityRefreshed(this);
 }
 
 bool ActivityManager::saveActivity(const QString &text, const QDateTime &from, const QDateTime &to, QString *error)

@@ -86,6 +86,9 @@ Q_SIGNALS:
     // After every stop, also when nothing was running, and when the running activity was deleted by
     // another context or process.
     void activityManagerStopped(ActivityManager *manager);
+    // The running activity was read again after a save of this or another context or process; its text
+    // or start may have changed (brimvale edit in a terminal).
+    void currentActivityRefreshed(ActivityManager *manager);
     // A touch or stop could not be saved; the changes stay unsaved and the next touch tries again. For the
     // app to show: nothing else reports it.
     void saveFailed(const BvError &error);

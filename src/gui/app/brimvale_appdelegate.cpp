@@ -137,6 +137,10 @@ void Brimvale_AppDelegate::wireWindow()
     connect(menuBar, &MainMenuBar::quitRequested, this, &Brimvale_AppDelegate::quitRequested);
     connect(menuBar->recentActivitiesMenu(), &RecentActivitiesMenu::activityChosen, &m_tracking,
         &TrackingController::setPreviousActivityAndStart);
+
+    // The controller's state was set before anything listened: show it once now.
+    onStatusChanged();
+    onTrackingChanged();
 }
 
 void Brimvale_AppDelegate::observeSettings()
