@@ -10,18 +10,21 @@
 #include "gui/app/applogging.h"
 #include "gui/app/bvmainwindowstatusbarview.h"
 #include "gui/app/bvstatusbaritem.h"
-#include "gui/app/dropboxconnector.h"
 #include "gui/app/editactivitystarttimewindowcontroller.h"
 #include "gui/app/mainmenubar.h"
 #include "gui/app/mainwindow.h"
 #include "gui/app/recentactivitiesmenu.h"
 #include "gui/app/statusbarmenu.h"
+#include "gui/sync/bvsyncstatuswindowcontroller.h"
 #include "model/activitymanager.h"
 #include "model/storecontext.h"
 #include "platform/globalhotkey.h"
 #include "platform/notifier.h"
 #include "settings/bvsettings.h"
 #include "settings/notificationsettings.h"
+#include "sync/bvsyncmanager.h"
+#include "sync/bvsyncoption.h"
+#include "sync/dropboxconnector.h"
 
 namespace {
 
@@ -39,6 +42,7 @@ Brimvale_AppDelegate::Brimvale_AppDelegate(const Parts &parts, QObject *parent)
     , m_notifier(parts.notifier)
     , m_trayAvailable(parts.trayAvailable)
     , m_dropboxConnector(parts.dropboxConnector)
+    , m_syncManager(parts.syncManager)
     , m_window(std::make_unique<MainWindow>(parts.tracking))
 { }
 
@@ -80,9 +84,14 @@ void Brimvale_AppDelegate::applicationDidFinishLaunching(bool launchFromHelper)
 
     registerGlobalHotKey();
 
-    Q_EMIT syncMethodChanged();
+    updateSyncMethodTitle();
     m_window->statusbarView()->setEditStartTimeButtonVisible(false);
     setStatusBar();
+
+    // The first automatic run waits until the app has settled.
+    connect(&m_syncManager, &BVSyncManager::syncOperationChanged, this,
+        &Brimvale_AppDelegate::syncManagerSyncOperationChanged);
+    m_syncManager.enqueueNextSyncWithDelay(30);
 
     m_tracking.setActivityText(m_settings.lastActivityText());
     m_window->textView()->setFocus(Qt::OtherFocusReason);
@@ -125,6 +134,9 @@ void Brimvale_AppDelegate::wireWindow()
         &TrackingController::setPreviousActivity);
     connect(window->statusbarView(), &BVMainWindowStatusbarView::onEditStartTimeButton, this,
         &Brimvale_AppDelegate::onEditStartTimeButton);
+    connect(window->statusbarView(), &BVMainWindowStatusbarView::onSyncStatusButton, this,
+        &Brimvale_AppDelegate::showSyncStatusWindow);
+    connect(&m_syncIndicator, &BVSyncStatusIndicator::changed, this, &Brimvale_AppDelegate::showSyncIndicator);
 
     MainMenuBar *menuBar = window->mainMenuBar();
     connect(menuBar, &MainMenuBar::startTrackRequested, this, &Brimvale_AppDelegate::startTrack);
@@ -144,7 +156,11 @@ void Brimvale_AppDelegate::observeSettings()
     connect(&m_settings, &BvSettings::appAppearanceChanged, this, &Brimvale_AppDelegate::onAppAppearanceChanged);
     connect(&m_settings, &BvSettings::appStatusbarTypeChanged, this, &Brimvale_AppDelegate::setStatusBar);
     connect(&m_settings, &BvSettings::globalHotKeyChanged, this, &Brimvale_AppDelegate::registerGlobalHotKey);
-    connect(&m_settings, &BvSettings::syncMethodChanged, this, &Brimvale_AppDelegate::syncMethodChanged);
+    connect(&m_settings, &BvSettings::syncMethodChanged, this, [this] {
+        updateSyncMethodTitle();
+        rescheduleSync();
+    });
+    connect(&m_settings, &BvSettings::dropboxSyncIntervalChanged, this, &Brimvale_AppDelegate::rescheduleSync);
     // A new interval matters only to the timer that runs in the current state: the nag while idle, the
     // reminder while tracking.
     connect(m_settings.notTrackingNotification(), &NotificationSettings::intervalChanged, this, [this] {
@@ -205,6 +221,8 @@ void Brimvale_AppDelegate::setStatusBar()
             &Brimvale_AppDelegate::showAndBringMainWindowToFront);
         connect(m_statusBarMenu.get(), &StatusBarMenu::stopTrackRequested, this, &Brimvale_AppDelegate::stopTrack);
         connect(m_statusBarMenu.get(), &StatusBarMenu::quitRequested, this, &Brimvale_AppDelegate::quitRequested);
+        connect(m_statusBarMenu.get(), &StatusBarMenu::syncRequested, this, &Brimvale_AppDelegate::onSyncAction);
+        m_statusBarMenu->setSyncMenuTitle(m_syncMenuTitle);
         connect(m_statusBarMenu->recentActivitiesMenu(), &RecentActivitiesMenu::activityChosen, &m_tracking,
             &TrackingController::setPreviousActivityAndStart);
         item->setMenu(m_statusBarMenu.get());
@@ -307,11 +325,7 @@ bool Brimvale_AppDelegate::handleGetURLEvent(const QString &url)
     const QHash<QString, QString> parameters = StringHelpers::queryItems(parsed.fragment(QUrl::FullyEncoded));
     if (parameters.isEmpty() || parameters.value(QStringLiteral("token_type")) != QLatin1String("bearer"))
         return false;
-    if (!m_dropboxConnector) {
-        qCInfo(lcApp) << "Ignored a Dropbox redirect: this build does not sync with Dropbox";
-        return false;
-    }
-    m_dropboxConnector->connectDropboxAccount(
+    m_dropboxConnector.connectDropboxAccount(
         QString(), parameters.value(QStringLiteral("account_id")), parameters.value(QStringLiteral("access_token")));
     if (m_settings.appNotificationType() == NotificationsEnabled)
         m_notifier.post({ QStringLiteral("dropbox"), tr("Dropbox"), tr("Connected with Dropbox"), {} });
@@ -397,4 +411,60 @@ void Brimvale_AppDelegate::onMainWindowClosed()
 void Brimvale_AppDelegate::onSaveFailed(const BvError &error)
 {
     m_tracking.showError(error.description());
+}
+
+void Brimvale_AppDelegate::syncManagerSyncOperationChanged(int status, int syncMethod)
+{
+    m_syncIndicator.syncOperationChanged(status, syncMethod);
+    // An open window follows the run that starts now rather than showing how the last one ended.
+    if (status == BVSyncManager::Started && m_syncStatusWindow && m_syncStatusWindow->isVisible())
+        m_syncStatusWindow->setSyncService(m_syncManager.currentSyncService());
+}
+
+void Brimvale_AppDelegate::showSyncIndicator()
+{
+    m_window->statusbarView()->setSyncButton(
+        m_syncIndicator.isVisible(), m_syncIndicator.imageName(), m_syncIndicator.toolTip());
+}
+
+void Brimvale_AppDelegate::updateSyncMethodTitle()
+{
+    m_syncMenuTitle = BVSyncOption::syncMenuTitle(m_settings.syncMethod());
+    if (m_statusBarMenu)
+        m_statusBarMenu->setSyncMenuTitle(m_syncMenuTitle);
+}
+
+void Brimvale_AppDelegate::rescheduleSync()
+{
+    // With sync turned off no timer is left to fire for nothing.
+    if (m_settings.syncMethod() == 0)
+        m_syncManager.cancelScheduledSync();
+    else
+        m_syncManager.enqueueNextSyncWithDelay(0);
+}
+
+void Brimvale_AppDelegate::onSyncAction()
+{
+    m_syncManager.startSync();
+}
+
+void Brimvale_AppDelegate::showSyncStatusWindow()
+{
+    BVSyncService *service = m_syncManager.currentSyncService();
+    if (!service)
+        service = m_syncManager.lastSyncService();
+    if (!m_syncStatusWindow) {
+        auto *window = new BVSyncStatusWindowController(m_window.get());
+        window->setAttribute(Qt::WA_DeleteOnClose);
+        m_syncStatusWindow = window;
+    }
+    m_syncStatusWindow->setSyncService(service);
+    m_syncStatusWindow->show();
+    m_syncStatusWindow->raise();
+    m_syncStatusWindow->activateWindow();
+}
+
+BVSyncStatusWindowController *Brimvale_AppDelegate::syncStatusWindow() const
+{
+    return m_syncStatusWindow;
 }
