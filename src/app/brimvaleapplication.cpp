@@ -86,9 +86,9 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
             m_settings->recentItemsExcludeInvoiced() });
     m_tracking = std::make_unique<TrackingController>(*m_activityManager, *m_settings, *m_environment.clock);
     makeSync();
-    m_delegate = std::make_unique<Brimvale_AppDelegate>(Brimvale_AppDelegate::Parts { *m_tracking, *m_settings,
-        *m_services.globalHotKey, *m_services.notifier, m_environment.trayAvailable, *m_dropboxAccount,
-        *m_syncManager });
+    m_delegate = std::make_unique<Brimvale_AppDelegate>(
+        Brimvale_AppDelegate::Parts { *m_tracking, *m_settings, *m_services.globalHotKey, *m_services.notifier,
+            m_environment.trayAvailable, *m_dropboxAccount, *m_syncManager });
     connect(m_delegate.get(), &Brimvale_AppDelegate::quitRequested, this, &BrimvaleApplication::quit);
     connect(m_delegate.get(), &Brimvale_AppDelegate::terminationAllowed, this, [this] {
         Q_EMIT aboutToQuit();
@@ -145,8 +145,8 @@ void BrimvaleApplication::makeSync()
         agent = m_dropboxAgent.get();
     }
     m_dropboxSettings = std::make_unique<BVDropboxSettings>(*m_defaults);
-    m_dropboxServices = BVDropboxServices { agent, m_services.keychain.get(), m_dropboxSettings.get(),
-        m_environment.clock };
+    m_dropboxServices
+        = BVDropboxServices { agent, m_services.keychain.get(), m_dropboxSettings.get(), m_environment.clock };
     // One account object lives as long as the app: the preferences and the browser's redirect use it.
     // Each run gets a backend of its own.
     m_dropboxAccount = std::make_unique<BVDropboxSyncBackend>(m_dropboxServices);
@@ -158,8 +158,8 @@ void BrimvaleApplication::makeSync()
         };
     }
     // The running activity's end moves with every touch; the files get it once it has stopped.
-    m_syncManager = std::make_unique<BVSyncManager>(*m_settings, *m_store, *m_environment.clock, std::move(backends),
-        [this]() -> std::optional<QString> {
+    m_syncManager = std::make_unique<BVSyncManager>(
+        *m_settings, *m_store, *m_environment.clock, std::move(backends), [this]() -> std::optional<QString> {
             const ActivityPtr running = m_activityManager->currentActivity();
             return running ? std::optional<QString>(running->uid()) : std::nullopt;
         });

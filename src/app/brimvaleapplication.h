@@ -51,8 +51,8 @@ struct AppEnvironment
 
 // The composition root of the desktop app: owns the defaults and settings, the store, the tracking engine,
 // the platform services, the tracking controller, the Dropbox account, the sync manager and the app's
-// controller, and hands each its collaborators by reference. Nothing here is a global: a test builds one with fakes. Main thread, with a
-// QApplication.
+// controller, and hands each its collaborators by reference. Nothing here is a global: a test builds one with fakes.
+// Main thread, with a QApplication.
 class BrimvaleApplication : public QObject
 {
     Q_OBJECT

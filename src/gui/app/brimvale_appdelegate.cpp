@@ -48,6 +48,8 @@ Brimvale_AppDelegate::Brimvale_AppDelegate(const Parts &parts, QObject *parent)
 
 Brimvale_AppDelegate::~Brimvale_AppDelegate()
 {
+    // A child of the main window: it goes before its parent does.
+    m_syncStatusWindow.reset();
     removeStatusBarItem();
 }
 
@@ -416,9 +418,18 @@ void Brimvale_AppDelegate::onSaveFailed(const BvError &error)
 void Brimvale_AppDelegate::syncManagerSyncOperationChanged(int status, int syncMethod)
 {
     m_syncIndicator.syncOperationChanged(status, syncMethod);
-    // An open window follows the run that starts now rather than showing how the last one ended.
-    if (status == BVSyncManager::Started && m_syncStatusWindow && m_syncStatusWindow->isVisible())
-        m_syncStatusWindow->setSyncService(m_syncManager.currentSyncService());
+    // The window follows every run from its start, shown or not, so that the button can show how the last
+    // one ended, its error and log included.
+    if (status == BVSyncManager::Started)
+        syncStatusWindowFor(m_syncManager.currentSyncService());
+}
+
+BVSyncStatusWindowController &Brimvale_AppDelegate::syncStatusWindowFor(BVSyncService *service)
+{
+    if (!m_syncStatusWindow)
+        m_syncStatusWindow = std::make_unique<BVSyncStatusWindowController>(m_window.get());
+    m_syncStatusWindow->setSyncService(service);
+    return *m_syncStatusWindow;
 }
 
 void Brimvale_AppDelegate::showSyncIndicator()
@@ -450,21 +461,14 @@ void Brimvale_AppDelegate::onSyncAction()
 
 void Brimvale_AppDelegate::showSyncStatusWindow()
 {
-    BVSyncService *service = m_syncManager.currentSyncService();
-    if (!service)
-        service = m_syncManager.lastSyncService();
-    if (!m_syncStatusWindow) {
-        auto *window = new BVSyncStatusWindowController(m_window.get());
-        window->setAttribute(Qt::WA_DeleteOnClose);
-        m_syncStatusWindow = window;
-    }
-    m_syncStatusWindow->setSyncService(service);
-    m_syncStatusWindow->show();
-    m_syncStatusWindow->raise();
-    m_syncStatusWindow->activateWindow();
+    BVSyncStatusWindowController &window
+        = m_syncStatusWindow ? *m_syncStatusWindow : syncStatusWindowFor(m_syncManager.currentSyncService());
+    window.show();
+    window.raise();
+    window.activateWindow();
 }
 
 BVSyncStatusWindowController *Brimvale_AppDelegate::syncStatusWindow() const
 {
-    return m_syncStatusWindow;
+    return m_syncStatusWindow.get();
 }

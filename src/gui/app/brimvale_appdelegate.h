@@ -10,6 +10,7 @@
 #include "sync/bvsyncstatusindicator.h"
 
 class BVSyncManager;
+class BVSyncService;
 class BVSyncStatusWindowController;
 class BvSettings;
 class BvStatusBarItem;
@@ -82,7 +83,7 @@ public:
     void onSyncAction();
     // The status bar's sync button: the window of the run under way, or of the one that ended last.
     void showSyncStatusWindow();
-    // Null until the sync button first opened it.
+    // Null until the first run started or the sync button was pressed.
     BVSyncStatusWindowController *syncStatusWindow() const;
     // The start-time button: opens the start-time sheet over the main window while tracking.
     void onEditStartTimeButton();
@@ -123,6 +124,7 @@ private:
     void onAppAppearanceChanged();
     void onSaveFailed(const BvError &error);
     void showSyncIndicator();
+    BVSyncStatusWindowController &syncStatusWindowFor(BVSyncService *service);
     // A new sync method or interval moves the automatic run.
     void rescheduleSync();
 
@@ -135,7 +137,7 @@ private:
     BVSyncManager &m_syncManager;
     BVSyncStatusIndicator m_syncIndicator;
     QString m_syncMenuTitle;
-    QPointer<BVSyncStatusWindowController> m_syncStatusWindow;
+    std::unique_ptr<BVSyncStatusWindowController> m_syncStatusWindow;
 
     std::unique_ptr<MainWindow> m_window;
     std::unique_ptr<StatusBarMenu> m_statusBarMenu;
