@@ -8,6 +8,7 @@
 #include "app/brimvaleapplication.h"
 #include "app/trackingcontroller.h"
 #include "fakes/fakeclock.h"
+#include "fakes/fakedropboxservice.h"
 #include "gui/app/activitytextview.h"
 #include "gui/app/brimvale_appdelegate.h"
 #include "gui/app/bvmainwindowstatusbarview.h"
@@ -117,6 +118,8 @@ private:
     std::unique_ptr<IsolatedHome> m_home;
     FakeClock m_clock { QDateTime(QDate(2024, 3, 12), QTime(10, 0), Qt::UTC) };
     FakeNotifier *m_notifier = nullptr;
+    // The Dropbox agent: never started by these tests.
+    FakeDropboxService m_dropboxAgent;
     std::unique_ptr<BrimvaleApplication> m_app;
 };
 
@@ -144,6 +147,7 @@ BrimvaleApplication &TestBrimvaleApp::launch(bool trayAvailable, AppLaunchOption
     AppEnvironment environment;
     environment.clock = &m_clock;
     environment.trayAvailable = [trayAvailable] { return trayAvailable; };
+    environment.dropboxService = &m_dropboxAgent;
     m_app = std::make_unique<BrimvaleApplication>(nullServices(&m_notifier), environment);
     const auto launched = m_app->launch(options);
     if (!launched)
