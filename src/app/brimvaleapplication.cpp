@@ -3,16 +3,20 @@
 #include <QCoreApplication>
 #include <QSystemTrayIcon>
 
-#include "app/services/syncrunner.h"
 #include "app/trackingcontroller.h"
 #include "base/clock.h"
 #include "gui/app/brimvale_appdelegate.h"
 #include "model/activitymanager.h"
 #include "model/store.h"
+#include "platform/dropboxagentclient.h"
 #include "platform/notifier.h"
 #include "settings/bvsettings.h"
 #include "settings/loginitemservice.h"
 #include "settings/userdefaults.h"
+#include "sync/bvdropboxsettings.h"
+#include "sync/bvdropboxupgradehelper.h"
+#include "sync/bvsyncbackendfactory.h"
+#include "sync/keychain.h"
 
 BrimvaleApplication::BrimvaleApplication(PlatformServices services, QObject *parent)
     : BrimvaleApplication(std::move(services), AppEnvironment(), parent)
@@ -37,7 +41,10 @@ BrimvaleApplication::BrimvaleApplication(PlatformServices services, AppEnvironme
 BrimvaleApplication::~BrimvaleApplication()
 {
     m_delegate.reset();
-    m_syncRunner.reset();
+    m_syncManager.reset();
+    m_dropboxAccount.reset();
+    m_upgradeHelper.reset();
+    m_dropboxAgent.reset();
     m_tracking.reset();
     m_activityManager.reset();
     m_store.reset();
@@ -55,6 +62,11 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
     m_defaults->registerDefaultsFromResource();
     m_settings = std::make_unique<BvSettings>(m_defaults.get());
     m_settings->setLoginItemService(m_services.loginItems.get());
+    // The settings' upgrade asks the keyring whether this machine held Dropbox before.
+    if (m_services.keychain) {
+        m_upgradeHelper = std::make_unique<BVDropboxUpgradeHelper>(*m_services.keychain);
+        m_settings->setUpgradeHelper(m_upgradeHelper.get());
+    }
 
     StoreOptions storeOptions;
     storeOptions.applicationFilesDirectory = m_environment.applicationFilesDirectory;
@@ -73,9 +85,10 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
         RecentItemsOptions { m_settings->recentItemsCount(), m_settings->recentItemsOrderedByDate(),
             m_settings->recentItemsExcludeInvoiced() });
     m_tracking = std::make_unique<TrackingController>(*m_activityManager, *m_settings, *m_environment.clock);
-    m_syncRunner = std::make_unique<SyncRunner>(*m_store, *m_settings, *m_activityManager);
-    m_delegate = std::make_unique<Brimvale_AppDelegate>(Brimvale_AppDelegate::Parts { *m_tracking, *m_settings,
-        *m_services.globalHotKey, *m_services.notifier, m_environment.trayAvailable, m_environment.dropboxConnector });
+    makeSync();
+    m_delegate = std::make_unique<Brimvale_AppDelegate>(
+        Brimvale_AppDelegate::Parts { *m_tracking, *m_settings, *m_services.globalHotKey, *m_services.notifier,
+            m_environment.trayAvailable, *m_dropboxAccount, *m_syncManager });
     connect(m_delegate.get(), &Brimvale_AppDelegate::quitRequested, this, &BrimvaleApplication::quit);
     connect(m_delegate.get(), &Brimvale_AppDelegate::terminationAllowed, this, [this] {
         Q_EMIT aboutToQuit();
@@ -112,10 +125,44 @@ Store &BrimvaleApplication::store()
     return *m_store;
 }
 
-SyncRunner &BrimvaleApplication::syncRunner()
+BVSyncManager &BrimvaleApplication::syncManager()
 {
-    Q_ASSERT(m_syncRunner);
-    return *m_syncRunner;
+    Q_ASSERT(m_syncManager);
+    return *m_syncManager;
+}
+
+BVDropboxSyncBackend &BrimvaleApplication::dropboxAccount()
+{
+    Q_ASSERT(m_dropboxAccount);
+    return *m_dropboxAccount;
+}
+
+void BrimvaleApplication::makeSync()
+{
+    DropboxSyncServiceProtocol *agent = m_environment.dropboxService;
+    if (!agent) {
+        m_dropboxAgent = std::make_unique<DropboxAgentClient>();
+        agent = m_dropboxAgent.get();
+    }
+    m_dropboxSettings = std::make_unique<BVDropboxSettings>(*m_defaults);
+    m_dropboxServices
+        = BVDropboxServices { agent, m_services.keychain.get(), m_dropboxSettings.get(), m_environment.clock };
+    // One account object lives as long as the app: the preferences and the browser's redirect use it.
+    // Each run gets a backend of its own.
+    m_dropboxAccount = std::make_unique<BVDropboxSyncBackend>(m_dropboxServices);
+
+    BVSyncManager::BackendFactory backends = m_environment.syncBackends;
+    if (!backends) {
+        backends = [this](int syncMethod) {
+            return BVSyncBackendFactory::backendForSyncMethod(syncMethod, m_settings->view(), &m_dropboxServices);
+        };
+    }
+    // The running activity's end moves with every touch; the files get it once it has stopped.
+    m_syncManager = std::make_unique<BVSyncManager>(
+        *m_settings, *m_store, *m_environment.clock, std::move(backends), [this]() -> std::optional<QString> {
+            const ActivityPtr running = m_activityManager->currentActivity();
+            return running ? std::optional<QString>(running->uid()) : std::nullopt;
+        });
 }
 
 void BrimvaleApplication::showMainWindow()

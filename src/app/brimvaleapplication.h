@@ -9,14 +9,17 @@
 
 #include "base/bverror.h"
 #include "platform/platformservices.h"
+#include "sync/bvdropboxsyncbackend.h"
+#include "sync/bvsyncmanager.h"
 
 class ActivityManager;
 class Brimvale_AppDelegate;
 class BvSettings;
+class BVDropboxSettings;
+class BVDropboxUpgradeHelper;
 class Clock;
-class DropboxConnector;
+class DropboxSyncServiceProtocol;
 class Store;
-class SyncRunner;
 class TrackingController;
 class UserDefaults;
 
@@ -40,14 +43,16 @@ struct AppEnvironment
     QString settingsFilePath;
     // Whether the session has a tray host; QSystemTrayIcon's answer when unset.
     std::function<bool()> trayAvailable;
-    // Connects a Dropbox account from the browser's redirect; none until the app syncs with Dropbox.
-    DropboxConnector *dropboxConnector = nullptr;
+    // The Dropbox agent; a DropboxAgentClient on the session bus when null. Not owned.
+    DropboxSyncServiceProtocol *dropboxService = nullptr;
+    // Makes the backend of a sync method for each run; the Dropbox and folder backends when unset.
+    BVSyncManager::BackendFactory syncBackends;
 };
 
 // The composition root of the desktop app: owns the defaults and settings, the store, the tracking engine,
-// the platform services, the tracking controller, the sync runner and the app's controller, and hands each its
-// collaborators by reference. Nothing here is a global: a test builds one with fakes. Main thread, with a
-// QApplication.
+// the platform services, the tracking controller, the Dropbox account, the sync manager and the app's
+// controller, and hands each its collaborators by reference. Nothing here is a global: a test builds one with fakes.
+// Main thread, with a QApplication.
 class BrimvaleApplication : public QObject
 {
     Q_OBJECT
@@ -65,8 +70,10 @@ public:
     Brimvale_AppDelegate &delegate();
     BvSettings &settings();
     Store &store();
-    // Runs a sync of the settings' method on request (the D-Bus Sync()).
-    SyncRunner &syncRunner();
+    // Every sync run of the app: its timer, the menu, the status bar and the D-Bus Sync().
+    BVSyncManager &syncManager();
+    // The connected Dropbox account (connect, disconnect, its name); the redirect's connector.
+    BVDropboxSyncBackend &dropboxAccount();
     PlatformServices &services() { return m_services; }
 
     // showAndBringMainWindowToFront.
@@ -82,6 +89,9 @@ Q_SIGNALS:
     void aboutToQuit();
 
 private:
+    // The Dropbox agent, settings and account, and the sync manager over them.
+    void makeSync();
+
     PlatformServices m_services;
     AppEnvironment m_environment;
     std::unique_ptr<UserDefaults> m_defaults;
@@ -89,6 +99,11 @@ private:
     std::unique_ptr<Store> m_store;
     std::unique_ptr<ActivityManager> m_activityManager;
     std::unique_ptr<TrackingController> m_tracking;
-    std::unique_ptr<SyncRunner> m_syncRunner;
+    std::unique_ptr<DropboxSyncServiceProtocol> m_dropboxAgent;
+    std::unique_ptr<BVDropboxSettings> m_dropboxSettings;
+    BVDropboxServices m_dropboxServices;
+    std::unique_ptr<BVDropboxSyncBackend> m_dropboxAccount;
+    std::unique_ptr<BVDropboxUpgradeHelper> m_upgradeHelper;
+    std::unique_ptr<BVSyncManager> m_syncManager;
     std::unique_ptr<Brimvale_AppDelegate> m_delegate;
 };

@@ -136,7 +136,7 @@ int runApp(int argc, char **argv, const AppLaunchOptions &options)
         app.exec();
         return 2;
     }
-    BrimvaleDBusService service(application.tracking(), application.syncRunner());
+    BrimvaleDBusService service(application.tracking(), application.syncManager());
     QObject::connect(
         &service, &BrimvaleDBusService::showMainWindowRequested, &application, &BrimvaleApplication::showMainWindow);
     QObject::connect(&service, &BrimvaleDBusService::openUrlRequested, &application, &BrimvaleApplication::openUrl);

@@ -4,9 +4,11 @@
 #include <QDBusConnectionInterface>
 #include <QDBusPendingCallWatcher>
 #include <QDBusServiceWatcher>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QEventLoop>
 #include <QProcess>
+#include <QThread>
 #include <QTimer>
 
 #include "app/services/brimvaledbus.h"
@@ -98,17 +100,27 @@ std::expected<QDBusMessage, QString> AppClient::call(
     QDBusMessage message = QDBusMessage::createMethodCall(serviceName(), QString::fromLatin1(BrimvaleDBus::ObjectPath),
         QString::fromLatin1(BrimvaleDBus::InterfaceName), method);
     message.setArguments(arguments);
-    QDBusPendingCallWatcher pending(m_bus.asyncCall(message, timeoutMsecs));
-    if (!pending.isFinished()) {
-        QEventLoop loop;
-        connect(&pending, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
-        loop.exec();
+    // An app that has just taken its name is still launching (opening its store, its keyring) and has no
+    // object yet: the call is repeated until it has, as long as a launch may take.
+    const QDeadlineTimer deadline(LaunchTimeout);
+    QDBusMessage reply;
+    QDBusError::ErrorType error = QDBusError::NoError;
+    for (;;) {
+        QDBusPendingCallWatcher pending(m_bus.asyncCall(message, timeoutMsecs));
+        if (!pending.isFinished()) {
+            QEventLoop loop;
+            connect(&pending, &QDBusPendingCallWatcher::finished, &loop, &QEventLoop::quit);
+            loop.exec();
+        }
+        reply = pending.reply();
+        if (reply.type() == QDBusMessage::ReplyMessage)
+            return reply;
+        error = QDBusError(reply).type();
+        if (error != QDBusError::UnknownObject || deadline.hasExpired())
+            break;
+        QThread::msleep(50);
     }
-    const QDBusMessage reply = pending.reply();
-    if (reply.type() == QDBusMessage::ReplyMessage)
-        return reply;
     // The app quit between the look-up and the call.
-    const QDBusError::ErrorType error = QDBusError(reply).type();
     if (error == QDBusError::ServiceUnknown || (error == QDBusError::NoReply && !isAppRunning()))
         return std::unexpected(NotRunning);
     return std::unexpected(reply.errorMessage());

@@ -4,6 +4,9 @@
 #include <QTest>
 
 #include "app/services/brimvaledbus.h"
+#include "model/activity.h"
+#include "sync/bvsyncbackendfactory.h"
+#include "sync/bvsyncservicebackend.h"
 
 InProcessApp::InProcessApp()
     : InProcessApp(Options {})
@@ -25,8 +28,16 @@ InProcessApp::InProcessApp(const Options &options)
     store = std::move(*Store::open(storeOptions));
     activityManager = std::make_unique<ActivityManager>(*store);
     tracking = std::make_unique<TrackingController>(*activityManager, *settings, clock);
-    syncRunner = std::make_unique<SyncRunner>(*store, *settings, *activityManager);
-    service = std::make_unique<BrimvaleDBusService>(*tracking, *syncRunner);
+    syncManager = std::make_unique<BVSyncManager>(
+        *settings, *store, clock,
+        [this](int syncMethod) {
+            return BVSyncBackendFactory::backendForSyncMethod(syncMethod, settings->view(), nullptr);
+        },
+        [this]() -> std::optional<QString> {
+            const ActivityPtr running = activityManager->currentActivity();
+            return running ? std::optional<QString>(running->uid()) : std::nullopt;
+        });
+    service = std::make_unique<BrimvaleDBusService>(*tracking, *syncManager);
 }
 
 QDBusConnection otherClientConnection()

@@ -8,7 +8,6 @@
 #include <QVariantList>
 
 #include "app/services/brimvaledbusservice.h"
-#include "app/services/syncrunner.h"
 #include "app/trackingcontroller.h"
 #include "fakes/fakeclock.h"
 #include "model/activitymanager.h"
@@ -16,6 +15,7 @@
 #include "settings/bvsettings.h"
 #include "settings/userdefaults.h"
 #include "support/isolatedhome.h"
+#include "sync/bvsyncmanager.h"
 
 // The running app's tracking parts and its bus interface in this process, over a temporary store, settings
 // file and a fake clock, as the composition root wires them (without windows). Registered on the session bus
@@ -39,7 +39,7 @@ struct InProcessApp
     std::unique_ptr<Store> store;
     std::unique_ptr<ActivityManager> activityManager;
     std::unique_ptr<TrackingController> tracking;
-    std::unique_ptr<SyncRunner> syncRunner;
+    std::unique_ptr<BVSyncManager> syncManager;
     std::unique_ptr<BrimvaleDBusService> service;
 };
 

@@ -220,7 +220,7 @@ void TestBrimvaleDBusService::syncAnswersEveryCallerWithTheOneRun()
     callApp(client, u"StartTrack"_s, { u"@Acme running"_s });
     const QString runningUid = m_app->activityManager->currentActivity()->uid();
 
-    QSignalSpy runs(m_app->syncRunner.get(), &SyncRunner::syncFinished);
+    QSignalSpy runs(m_app->syncManager.get(), &BVSyncManager::syncOperationChanged);
     QDBusMessage call = QDBusMessage::createMethodCall(QString::fromLatin1(BrimvaleDBus::ServiceName),
         QString::fromLatin1(BrimvaleDBus::ObjectPath), QString::fromLatin1(BrimvaleDBus::InterfaceName), u"Sync"_s);
     QDBusPendingCall first = client.asyncCall(call);
@@ -228,7 +228,9 @@ void TestBrimvaleDBusService::syncAnswersEveryCallerWithTheOneRun()
     QTRY_VERIFY_WITH_TIMEOUT(first.isFinished() && second.isFinished(), 20000);
     QCOMPARE(first.reply().arguments(), QVariantList { u"Sync operation completed!"_s });
     QCOMPARE(second.reply().arguments(), QVariantList { u"Sync operation completed!"_s });
-    QCOMPARE(runs.size(), 1);
+    // One run: started, then completed.
+    QCOMPARE(runs.size(), 2);
+    QCOMPARE(runs.at(1).at(0).toInt(), int(BVSyncManager::Completed));
 
     // The files hold what is finished and leave out what still runs.
     QString files;
@@ -248,7 +250,7 @@ void TestBrimvaleDBusService::syncWithoutMethodAnswersTheError()
     const QDBusMessage reply = callApp(otherClientConnection(), u"Sync"_s);
     QCOMPARE(reply.arguments(),
         QVariantList { u"Error occurred\nSync is turned off. Please choose a sync method in preferences"_s });
-    QVERIFY(!m_app->syncRunner->isRunning());
+    QVERIFY(!m_app->syncManager->currentSyncService());
 }
 
 QTEST_GUILESS_MAIN(TestBrimvaleDBusService)

@@ -8,11 +8,11 @@
 #include "app/brimvaleapplication.h"
 #include "app/trackingcontroller.h"
 #include "fakes/fakeclock.h"
+#include "fakes/fakedropboxservice.h"
 #include "gui/app/activitytextview.h"
 #include "gui/app/brimvale_appdelegate.h"
 #include "gui/app/bvmainwindowstatusbarview.h"
 #include "gui/app/bvstatusbaritem.h"
-#include "gui/app/dropboxconnector.h"
 #include "gui/app/editactivitystarttimewindowcontroller.h"
 #include "gui/app/mainmenubar.h"
 #include "gui/app/mainwindow.h"
@@ -37,17 +37,6 @@
 using namespace Qt::StringLiterals;
 
 namespace {
-
-// Stands for the Dropbox account connection the app hands a browser redirect to.
-class FakeDropboxConnector : public DropboxConnector
-{
-public:
-    void connectDropboxAccount(const QString &name, const QString &accountId, const QString &token) override
-    {
-        calls.append({ name, accountId, token });
-    }
-    QList<QStringList> calls;
-};
 
 // Stands for the desktop's notification server: always there, remembers what was posted.
 class FakeNotifier : public Notifier
@@ -113,8 +102,6 @@ private Q_SLOTS:
     void intervalChangesRearmOnlyTheRunningTimer();
     void appearanceChangesAtRunTime();
     void switchingToATimerShowsItAtOnce();
-    void dropboxRedirect_data();
-    void dropboxRedirect();
     void startTimeButtonOpensTheSheetOnlyWhileTracking();
     void storeThatCannotOpenIsTheLaunchError();
 
@@ -130,9 +117,9 @@ private:
 
     std::unique_ptr<IsolatedHome> m_home;
     FakeClock m_clock { QDateTime(QDate(2024, 3, 12), QTime(10, 0), Qt::UTC) };
-    FakeDropboxConnector m_dropbox;
-    bool m_withConnector = false;
     FakeNotifier *m_notifier = nullptr;
+    // The Dropbox agent: never started by these tests.
+    FakeDropboxService m_dropboxAgent;
     std::unique_ptr<BrimvaleApplication> m_app;
 };
 
@@ -140,8 +127,6 @@ void TestBrimvaleApp::init()
 {
     m_home = std::make_unique<IsolatedHome>();
     m_clock.set(QDateTime(QDate(2024, 3, 12), QTime(10, 0), Qt::UTC));
-    m_dropbox.calls.clear();
-    m_withConnector = false;
 }
 
 void TestBrimvaleApp::cleanup()
@@ -162,7 +147,7 @@ BrimvaleApplication &TestBrimvaleApp::launch(bool trayAvailable, AppLaunchOption
     AppEnvironment environment;
     environment.clock = &m_clock;
     environment.trayAvailable = [trayAvailable] { return trayAvailable; };
-    environment.dropboxConnector = m_withConnector ? &m_dropbox : nullptr;
+    environment.dropboxService = &m_dropboxAgent;
     m_app = std::make_unique<BrimvaleApplication>(nullServices(&m_notifier), environment);
     const auto launched = m_app->launch(options);
     if (!launched)
@@ -552,42 +537,6 @@ void TestBrimvaleApp::switchingToATimerShowsItAtOnce()
     QCOMPARE(m_app->delegate().statusBarItem()->title(), u"00:02"_s);
     m_app->settings().setAppStatusbarType(0);
     QCOMPARE(m_app->delegate().statusBarItem()->title(), QString());
-}
-
-void TestBrimvaleApp::dropboxRedirect_data()
-{
-    QTest::addColumn<bool>("withConnector");
-    QTest::addColumn<QString>("url");
-    QTest::addColumn<bool>("connected");
-    QTest::newRow("bearer token")
-        << true << u"brimvaleapp://dropbox#access_token=sl.AB%2Bc&token_type=bearer&account_id=dbid%3A42"_s << true;
-    QTest::newRow("other token type") << true << u"brimvaleapp://dropbox#access_token=x&token_type=mac&account_id=a"_s
-                                      << false;
-    QTest::newRow("other host") << true << u"brimvaleapp://elsewhere#access_token=x&token_type=bearer&account_id=a"_s
-                                << false;
-    QTest::newRow("other scheme") << true << u"https://dropbox#access_token=x&token_type=bearer&account_id=a"_s
-                                  << false;
-    QTest::newRow("no parameters") << true << u"brimvaleapp://dropbox"_s << false;
-    QTest::newRow("no connector") << false << u"brimvaleapp://dropbox#access_token=x&token_type=bearer&account_id=a"_s
-                                  << false;
-}
-
-void TestBrimvaleApp::dropboxRedirect()
-{
-    QFETCH(bool, withConnector);
-    QFETCH(QString, url);
-    QFETCH(bool, connected);
-    m_withConnector = withConnector;
-    // The URL a browser hands over at launch goes the same way as one forwarded to the running app.
-    launch(false, { false, url });
-    QCOMPARE(m_dropbox.calls.size(), connected ? 1 : 0);
-    QCOMPARE(m_notifier->posted.size(), connected ? 1 : 0);
-    if (connected) {
-        QCOMPARE(m_dropbox.calls.constFirst(), QStringList({ QString(), u"dbid:42"_s, u"sl.AB+c"_s }));
-        QCOMPARE(m_notifier->posted.constFirst().title, u"Dropbox"_s);
-        QCOMPARE(m_notifier->posted.constFirst().body, u"Connected with Dropbox"_s);
-    }
-    QCOMPARE(m_app->delegate().handleGetURLEvent(url), connected);
 }
 
 void TestBrimvaleApp::startTimeButtonOpensTheSheetOnlyWhileTracking()

@@ -18,39 +18,36 @@ private Q_SLOTS:
 
 void TestBVMainWindowStatusbarView::syncButtonFollowsStatus_data()
 {
-    QTest::addColumn<int>("status");
-    QTest::addColumn<int>("method");
-    QTest::addColumn<QString>("toolTip");
+    QTest::addColumn<bool>("visible");
     QTest::addColumn<QString>("image");
+    QTest::addColumn<QString>("toolTip");
 
-    QTest::newRow("started, Dropbox") << 2 << 1 << u"Dropbox syncing ..."_s << u"DropboxSyncProgress"_s;
-    QTest::newRow("completed, Dropbox") << 3 << 1 << u"Dropbox sync completed"_s << u"DropboxSyncSuccess"_s;
-    QTest::newRow("failed, Dropbox") << 4 << 1 << u"Dropbox sync error"_s << u"DropboxSyncError"_s;
-    QTest::newRow("failed, other method") << 4 << 2 << u" sync error"_s << u"DropboxSyncError"_s;
-    QTest::newRow("started, no service") << 2 << 0 << u" syncing ..."_s << u"DropboxSyncProgress"_s;
-    QTest::newRow("cancelled: hidden") << 1 << 1 << QString() << QString();
+    QTest::newRow("progress") << true << u"DropboxSyncProgress"_s << u"Dropbox syncing ..."_s;
+    QTest::newRow("success") << true << u"DropboxSyncSuccess"_s << u"Folder sync completed"_s;
+    QTest::newRow("error") << true << u"DropboxSyncError"_s << u"Dropbox sync error"_s;
+    QTest::newRow("hidden") << false << u"DropboxSyncError"_s << u"Dropbox sync error"_s;
 }
 
 void TestBVMainWindowStatusbarView::syncButtonFollowsStatus()
 {
-    QFETCH(int, status);
-    QFETCH(int, method);
-    QFETCH(QString, toolTip);
+    QFETCH(bool, visible);
     QFETCH(QString, image);
+    QFETCH(QString, toolTip);
 
     BVMainWindowStatusbarView view;
     view.show();
+    // Nothing to hide before the first run: the button does not exist yet.
+    view.setSyncButton(false, QString(), QString());
     QVERIFY(!view.findChild<QToolButton *>(u"syncStatusButton"_s));
     // A failure shown before must leave neither its image nor its tooltip behind.
-    view.setSyncStatus(4, 1);
-    view.setSyncStatus(status, method);
+    view.setSyncButton(true, u"DropboxSyncError"_s, u"Dropbox sync error"_s);
+    view.setSyncButton(visible, image, toolTip);
 
-    QCOMPARE(view.syncStatus(), status);
     auto *button = view.findChild<QToolButton *>(u"syncStatusButton"_s);
-    QCOMPARE(button->isVisible(), !image.isEmpty());
-    QCOMPARE(view.syncButtonToolTip(), toolTip);
+    QCOMPARE(button->isVisible(), visible);
+    QCOMPARE(view.syncButtonToolTip(), visible ? toolTip : QString());
     QCOMPARE(button->size(), QSize(20, 15));
-    if (image.isEmpty()) {
+    if (!visible) {
         QVERIFY(button->icon().isNull());
         return;
     }
@@ -68,7 +65,7 @@ void TestBVMainWindowStatusbarView::buttonsStayInANarrowWindow()
     const QString status = u"Status: tracking 01:02:05 and a text far too long for the window"_s;
     view.setStatusString(status);
     view.setEditStartTimeButtonVisible(true);
-    view.setSyncStatus(3, 1);
+    view.setSyncButton(true, u"DropboxSyncSuccess"_s, u"Dropbox sync completed"_s);
     view.resize(120, 24);
     view.show();
     QCoreApplication::processEvents();

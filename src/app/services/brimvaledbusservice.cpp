@@ -5,10 +5,13 @@
 #include <QLoggingCategory>
 
 #include "app/services/brimvaledbus.h"
-#include "app/services/syncrunner.h"
 #include "app/trackingcontroller.h"
 #include "model/activity.h"
 #include "model/activitymanager.h"
+#include "sync/bvsyncbackendfactory.h"
+#include "sync/bvsyncerrors.h"
+#include "sync/bvsyncmanager.h"
+#include "sync/bvsyncservice.h"
 
 namespace {
 Q_LOGGING_CATEGORY(lcDBus, "brimvale.dbus")
@@ -17,9 +20,14 @@ qint64 secondsSinceEpoch(const QDateTime &instant)
 {
     return instant.isValid() ? instant.toSecsSinceEpoch() : 0;
 }
+
+QString failureText(const QString &details)
+{
+    return QString::fromLatin1(BVSyncErrors::Title) + QLatin1Char('\n') + details;
+}
 } // namespace
 
-BrimvaleDBusService::BrimvaleDBusService(TrackingController &tracking, SyncRunner &sync, QObject *parent)
+BrimvaleDBusService::BrimvaleDBusService(TrackingController &tracking, BVSyncManager &sync, QObject *parent)
     : QObject(parent)
     , m_tracking(tracking)
     , m_sync(sync)
@@ -29,7 +37,6 @@ BrimvaleDBusService::BrimvaleDBusService(TrackingController &tracking, SyncRunne
             Q_EMIT TrackingChanged(
                 isTracking, isTracking ? text : QString(), isTracking ? secondsSinceEpoch(startedAt) : 0);
         });
-    connect(&m_sync, &SyncRunner::syncFinished, this, &BrimvaleDBusService::onSyncFinished);
 }
 
 BrimvaleDBusService::~BrimvaleDBusService()
@@ -122,18 +129,32 @@ void BrimvaleDBusService::OpenUrl(const QString &url)
 
 QString BrimvaleDBusService::Sync()
 {
+    m_sync.startSync();
+    BVSyncService *service = m_sync.currentSyncService();
+    if (!service)
+        return failureText(BVSyncBackendFactory::syncTurnedOffMessage());
+    watch(service);
     // Answered when the run ends; a call made while one runs waits for that run's result.
-    if (!calledFromDBus()) {
-        m_sync.run();
-        return {};
+    if (calledFromDBus()) {
+        setDelayedReply(true);
+        m_pendingSyncs.append({ connection(), message() });
     }
-    setDelayedReply(true);
-    m_pendingSyncs.append({ connection(), message() });
-    m_sync.run();
     return {};
 }
 
-void BrimvaleDBusService::onSyncFinished(bool, const QString &message)
+void BrimvaleDBusService::watch(BVSyncService *service)
+{
+    if (m_watched == service)
+        return;
+    m_watched = service;
+    connect(service, &BVSyncService::syncServiceFinish, this, &BrimvaleDBusService::onSyncFinished);
+    connect(service, &BVSyncService::syncServiceError, this,
+        [this](const QString &details) { onSyncFinished(failureText(details)); });
+    connect(service, &BVSyncService::syncServiceCancelled, this,
+        [this] { onSyncFinished(failureText(QStringLiteral("Operation cancelled."))); });
+}
+
+void BrimvaleDBusService::onSyncFinished(const QString &message)
 {
     const QList<PendingSync> pending = std::exchange(m_pendingSyncs, {});
     for (const PendingSync &caller : pending) {

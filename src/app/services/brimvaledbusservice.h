@@ -5,9 +5,11 @@
 #include <QDBusMessage>
 #include <QList>
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
-class SyncRunner;
+class BVSyncManager;
+class BVSyncService;
 class TrackingController;
 
 // The running app's interface on the session bus: interface com.brimvaleapp.Brimvale1 at
@@ -24,7 +26,7 @@ class BrimvaleDBusService : public QObject, protected QDBusContext
     Q_CLASSINFO("D-Bus Interface", "com.brimvaleapp.Brimvale1")
 public:
     // Neither is owned; both outlive this object.
-    BrimvaleDBusService(TrackingController &tracking, SyncRunner &sync, QObject *parent = nullptr);
+    BrimvaleDBusService(TrackingController &tracking, BVSyncManager &sync, QObject *parent = nullptr);
     // Gives up the interface and the name.
     ~BrimvaleDBusService() override;
 
@@ -45,8 +47,9 @@ public Q_SLOTS:
     Q_SCRIPTABLE bool Status(QString &text, qint64 &startSecs);
     Q_SCRIPTABLE void ShowMainWindow();
     Q_SCRIPTABLE void OpenUrl(const QString &url);
-    // Runs one sync of the settings' method now, or joins the run under way, and answers when it ends:
-    // "Sync operation completed!", or "Error occurred" and the details on the next line.
+    // Starts a run of the sync manager now, or joins the run under way (also one its timer started), and
+    // answers when it ends: "Sync operation completed!", or "Error occurred" and the details on the next
+    // line. With sync turned off the error comes at once.
     Q_SCRIPTABLE QString Sync();
 
 Q_SIGNALS:
@@ -59,7 +62,9 @@ Q_SIGNALS:
     void openUrlRequested(const QString &url);
 
 private:
-    void onSyncFinished(bool succeeded, const QString &message);
+    // Answers every waiting caller when `service`'s run ends.
+    void watch(BVSyncService *service);
+    void onSyncFinished(const QString &message);
 
     // A caller of Sync() waiting for its delayed answer.
     struct PendingSync
@@ -69,7 +74,8 @@ private:
     };
 
     TrackingController &m_tracking;
-    SyncRunner &m_sync;
+    BVSyncManager &m_sync;
+    QPointer<BVSyncService> m_watched;
     QList<PendingSync> m_pendingSyncs;
     bool m_registered = false;
 };

@@ -21,7 +21,26 @@ std::expected<std::unique_ptr<BVSyncServiceBackend>, BvError> BVSyncBackendFacto
         return std::unexpected(BVSyncErrors::error(BVSyncErrors::ConfigurationCode,
             QStringLiteral("Dropbox is not connected. Please configure Dropbox sync in preferences")));
     default:
-        return std::unexpected(BVSyncErrors::error(BVSyncErrors::ConfigurationCode,
-            QStringLiteral("Sync is turned off. Please choose a sync method in preferences")));
+        return std::unexpected(BVSyncErrors::error(BVSyncErrors::ConfigurationCode, syncTurnedOffMessage()));
     }
+}
+
+std::unique_ptr<BVSyncServiceBackend> BVSyncBackendFactory::backendForSyncMethod(
+    int syncMethod, const BvSettingsView &settings, const BVDropboxServices *dropbox)
+{
+    switch (syncMethod) {
+    case BVFolderSyncBackend::SyncMethod:
+        return std::make_unique<BVFolderSyncBackend>(settings.syncFolderPath());
+    case BVDropboxSyncBackend::SyncMethod:
+        if (dropbox)
+            return std::make_unique<BVDropboxSyncBackend>(*dropbox);
+        return nullptr;
+    default:
+        return nullptr;
+    }
+}
+
+QString BVSyncBackendFactory::syncTurnedOffMessage()
+{
+    return QStringLiteral("Sync is turned off. Please choose a sync method in preferences");
 }

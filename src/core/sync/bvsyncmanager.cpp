@@ -37,6 +37,7 @@ void BVSyncManager::startSync()
     std::unique_ptr<BVSyncServiceBackend> backend = method == 0 ? nullptr : m_backends(method);
     if (!backend)
         return;
+    m_lastSyncService.reset();
     m_currentSyncService
         = std::make_unique<BVSyncService>(std::move(backend), m_currentActivity ? m_currentActivity() : std::nullopt);
     BVSyncService *service = m_currentSyncService.get();
@@ -62,8 +63,8 @@ void BVSyncManager::onServiceEnded(int status)
 
 void BVSyncManager::syncFinished()
 {
-    // The service is still delivering the signal that ended it: it goes once that is done.
-    m_currentSyncService.release()->deleteLater();
+    // The service is still delivering the signal that ended it; it goes when the next run starts.
+    m_lastSyncService = std::move(m_currentSyncService);
     cancelScheduledSync();
     // Whatever the outcome, so that a failing run is not retried before a full interval.
     m_settings.setLastSyncTime(m_clock.now());

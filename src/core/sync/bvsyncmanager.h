@@ -51,6 +51,9 @@ public:
     std::optional<QDateTime> nextAutoSyncTime() const;
     // The run in progress, or none.
     BVSyncService *currentSyncService() const { return m_currentSyncService.get(); }
+    // The run that ended last (kept until the next one starts, so its window can still show how it
+    // ended), or none.
+    BVSyncService *lastSyncService() const { return m_lastSyncService.get(); }
 
     // The seconds until the next automatic run: the rest of the interval since `lastSyncTime` (0 when
     // there was none, it lies in the future, or the interval has passed; interval values outside 1..3 give
@@ -74,4 +77,5 @@ private:
     QTimer m_timer;
     std::optional<QDateTime> m_nextFire;
     std::unique_ptr<BVSyncService> m_currentSyncService;
+    std::unique_ptr<BVSyncService> m_lastSyncService;
 };

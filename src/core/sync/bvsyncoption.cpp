@@ -1,5 +1,7 @@
 #include "sync/bvsyncoption.h"
 
+#include <QCoreApplication>
+
 #include "settings/bvsettings.h"
 
 BVSyncOption::BVSyncOption(int syncMethod, const QString &title)
@@ -23,4 +25,10 @@ QString BVSyncOption::titleForSyncMethod(int syncMethod)
             return option.title();
     }
     return {};
+}
+
+QString BVSyncOption::syncMenuTitle(int syncMethod)
+{
+    const QString title = syncMethod == 0 ? QString() : titleForSyncMethod(syncMethod);
+    return title.isNull() ? QString() : QCoreApplication::translate("BVSyncOption", "Sync with %1").arg(title);
 }

@@ -14,6 +14,9 @@ public:
     static QList<BVSyncOption> syncMethods();
     // The title of a method code; a null string for a code that is not offered.
     static QString titleForSyncMethod(int syncMethod);
+    // The title of the status menu's sync command ("Sync with Dropbox"); a null string for a method that
+    // offers none (0, or a code that is not offered).
+    static QString syncMenuTitle(int syncMethod);
 
     int syncMethod() const { return m_syncMethod; }
     QString title() const { return m_title; }

@@ -10,18 +10,21 @@
 #include "gui/app/applogging.h"
 #include "gui/app/bvmainwindowstatusbarview.h"
 #include "gui/app/bvstatusbaritem.h"
-#include "gui/app/dropboxconnector.h"
 #include "gui/app/editactivitystarttimewindowcontroller.h"
 #include "gui/app/mainmenubar.h"
 #include "gui/app/mainwindow.h"
 #include "gui/app/recentactivitiesmenu.h"
 #include "gui/app/statusbarmenu.h"
+#include "gui/sync/bvsyncstatuswindowcontroller.h"
 #include "model/activitymanager.h"
 #include "model/storecontext.h"
 #include "platform/globalhotkey.h"
 #include "platform/notifier.h"
 #include "settings/bvsettings.h"
 #include "settings/notificationsettings.h"
+#include "sync/bvsyncmanager.h"
+#include "sync/bvsyncoption.h"
+#include "sync/dropboxconnector.h"
 
 namespace {
 
@@ -39,11 +42,14 @@ Brimvale_AppDelegate::Brimvale_AppDelegate(const Parts &parts, QObject *parent)
     , m_notifier(parts.notifier)
     , m_trayAvailable(parts.trayAvailable)
     , m_dropboxConnector(parts.dropboxConnector)
+    , m_syncManager(parts.syncManager)
     , m_window(std::make_unique<MainWindow>(parts.tracking))
 { }
 
 Brimvale_AppDelegate::~Brimvale_AppDelegate()
 {
+    // A child of the main window: it goes before its parent does.
+    m_syncStatusWindow.reset();
     removeStatusBarItem();
 }
 
@@ -80,9 +86,14 @@ void Brimvale_AppDelegate::applicationDidFinishLaunching(bool launchFromHelper)
 
     registerGlobalHotKey();
 
-    Q_EMIT syncMethodChanged();
+    updateSyncMethodTitle();
     m_window->statusbarView()->setEditStartTimeButtonVisible(false);
     setStatusBar();
+
+    // The first automatic run waits until the app has settled.
+    connect(&m_syncManager, &BVSyncManager::syncOperationChanged, this,
+        &Brimvale_AppDelegate::syncManagerSyncOperationChanged);
+    m_syncManager.enqueueNextSyncWithDelay(30);
 
     m_tracking.setActivityText(m_settings.lastActivityText());
     m_window->textView()->setFocus(Qt::OtherFocusReason);
@@ -125,6 +136,9 @@ void Brimvale_AppDelegate::wireWindow()
         &TrackingController::setPreviousActivity);
     connect(window->statusbarView(), &BVMainWindowStatusbarView::onEditStartTimeButton, this,
         &Brimvale_AppDelegate::onEditStartTimeButton);
+    connect(window->statusbarView(), &BVMainWindowStatusbarView::onSyncStatusButton, this,
+        &Brimvale_AppDelegate::showSyncStatusWindow);
+    connect(&m_syncIndicator, &BVSyncStatusIndicator::changed, this, &Brimvale_AppDelegate::showSyncIndicator);
 
     MainMenuBar *menuBar = window->mainMenuBar();
     connect(menuBar, &MainMenuBar::startTrackRequested, this, &Brimvale_AppDelegate::startTrack);
@@ -148,7 +162,11 @@ void Brimvale_AppDelegate::observeSettings()
     connect(&m_settings, &BvSettings::appAppearanceChanged, this, &Brimvale_AppDelegate::onAppAppearanceChanged);
     connect(&m_settings, &BvSettings::appStatusbarTypeChanged, this, &Brimvale_AppDelegate::setStatusBar);
     connect(&m_settings, &BvSettings::globalHotKeyChanged, this, &Brimvale_AppDelegate::registerGlobalHotKey);
-    connect(&m_settings, &BvSettings::syncMethodChanged, this, &Brimvale_AppDelegate::syncMethodChanged);
+    connect(&m_settings, &BvSettings::syncMethodChanged, this, [this] {
+        updateSyncMethodTitle();
+        rescheduleSync();
+    });
+    connect(&m_settings, &BvSettings::dropboxSyncIntervalChanged, this, &Brimvale_AppDelegate::rescheduleSync);
     // A new interval matters only to the timer that runs in the current state: the nag while idle, the
     // reminder while tracking.
     connect(m_settings.notTrackingNotification(), &NotificationSettings::intervalChanged, this, [this] {
@@ -209,6 +227,8 @@ void Brimvale_AppDelegate::setStatusBar()
             &Brimvale_AppDelegate::showAndBringMainWindowToFront);
         connect(m_statusBarMenu.get(), &StatusBarMenu::stopTrackRequested, this, &Brimvale_AppDelegate::stopTrack);
         connect(m_statusBarMenu.get(), &StatusBarMenu::quitRequested, this, &Brimvale_AppDelegate::quitRequested);
+        connect(m_statusBarMenu.get(), &StatusBarMenu::syncRequested, this, &Brimvale_AppDelegate::onSyncAction);
+        m_statusBarMenu->setSyncMenuTitle(m_syncMenuTitle);
         connect(m_statusBarMenu->recentActivitiesMenu(), &RecentActivitiesMenu::activityChosen, &m_tracking,
             &TrackingController::setPreviousActivityAndStart);
         item->setMenu(m_statusBarMenu.get());
@@ -311,11 +331,7 @@ bool Brimvale_AppDelegate::handleGetURLEvent(const QString &url)
     const QHash<QString, QString> parameters = StringHelpers::queryItems(parsed.fragment(QUrl::FullyEncoded));
     if (parameters.isEmpty() || parameters.value(QStringLiteral("token_type")) != QLatin1String("bearer"))
         return false;
-    if (!m_dropboxConnector) {
-        qCInfo(lcApp) << "Ignored a Dropbox redirect: this build does not sync with Dropbox";
-        return false;
-    }
-    m_dropboxConnector->connectDropboxAccount(
+    m_dropboxConnector.connectDropboxAccount(
         QString(), parameters.value(QStringLiteral("account_id")), parameters.value(QStringLiteral("access_token")));
     if (m_settings.appNotificationType() == NotificationsEnabled)
         m_notifier.post({ QStringLiteral("dropbox"), tr("Dropbox"), tr("Connected with Dropbox"), {} });
@@ -401,4 +417,62 @@ void Brimvale_AppDelegate::onMainWindowClosed()
 void Brimvale_AppDelegate::onSaveFailed(const BvError &error)
 {
     m_tracking.showError(error.description());
+}
+
+void Brimvale_AppDelegate::syncManagerSyncOperationChanged(int status, int syncMethod)
+{
+    m_syncIndicator.syncOperationChanged(status, syncMethod);
+    // The window follows every run from its start, shown or not, so that the button can show how the last
+    // one ended, its error and log included.
+    if (status == BVSyncManager::Started)
+        syncStatusWindowFor(m_syncManager.currentSyncService());
+}
+
+BVSyncStatusWindowController &Brimvale_AppDelegate::syncStatusWindowFor(BVSyncService *service)
+{
+    if (!m_syncStatusWindow)
+        m_syncStatusWindow = std::make_unique<BVSyncStatusWindowController>(m_window.get());
+    m_syncStatusWindow->setSyncService(service);
+    return *m_syncStatusWindow;
+}
+
+void Brimvale_AppDelegate::showSyncIndicator()
+{
+    m_window->statusbarView()->setSyncButton(
+        m_syncIndicator.isVisible(), m_syncIndicator.imageName(), m_syncIndicator.toolTip());
+}
+
+void Brimvale_AppDelegate::updateSyncMethodTitle()
+{
+    m_syncMenuTitle = BVSyncOption::syncMenuTitle(m_settings.syncMethod());
+    if (m_statusBarMenu)
+        m_statusBarMenu->setSyncMenuTitle(m_syncMenuTitle);
+}
+
+void Brimvale_AppDelegate::rescheduleSync()
+{
+    // With sync turned off no timer is left to fire for nothing.
+    if (m_settings.syncMethod() == 0)
+        m_syncManager.cancelScheduledSync();
+    else
+        m_syncManager.enqueueNextSyncWithDelay(0);
+}
+
+void Brimvale_AppDelegate::onSyncAction()
+{
+    m_syncManager.startSync();
+}
+
+void Brimvale_AppDelegate::showSyncStatusWindow()
+{
+    BVSyncStatusWindowController &window
+        = m_syncStatusWindow ? *m_syncStatusWindow : syncStatusWindowFor(m_syncManager.currentSyncService());
+    window.show();
+    window.raise();
+    window.activateWindow();
+}
+
+BVSyncStatusWindowController *Brimvale_AppDelegate::syncStatusWindow() const
+{
+    return m_syncStatusWindow.get();
 }

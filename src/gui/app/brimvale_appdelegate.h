@@ -7,7 +7,11 @@
 #include <QPointer>
 
 #include "base/bverror.h"
+#include "sync/bvsyncstatusindicator.h"
 
+class BVSyncManager;
+class BVSyncService;
+class BVSyncStatusWindowController;
 class BvSettings;
 class BvStatusBarItem;
 class DropboxConnector;
@@ -36,8 +40,9 @@ public:
         Notifier &notifier;
         // Whether the session has a tray host right now.
         std::function<bool()> trayAvailable;
-        // Connects a Dropbox account from the browser's redirect; null until the app can sync with Dropbox.
-        DropboxConnector *dropboxConnector = nullptr;
+        // Connects the Dropbox account that a browser's redirect names.
+        DropboxConnector &dropboxConnector;
+        BVSyncManager &syncManager;
     };
 
     explicit Brimvale_AppDelegate(const Parts &parts, QObject *parent = nullptr);
@@ -64,8 +69,22 @@ public:
     void showAndBringMainWindowToFront();
     void registerGlobalHotKey();
     // brimvaleapp://dropbox#... from the browser: connects the account it names. False when the URL is not
-    // a Dropbox redirect with a bearer token (it is then ignored), or when no connector exists (logged).
+    // a Dropbox redirect with a bearer token (it is then ignored).
     bool handleGetURLEvent(const QString &url);
+
+    // The sync manager's status of a run of `syncMethod`: the status bar's sync button follows it, and an
+    // open status window follows a run that starts.
+    void syncManagerSyncOperationChanged(int status, int syncMethod);
+    // Names the status menu's sync command after the sync method ("Sync with Dropbox"); no command while
+    // sync is turned off.
+    void updateSyncMethodTitle();
+    QString syncMenuTitle() const { return m_syncMenuTitle; }
+    // The status menu's sync command.
+    void onSyncAction();
+    // The status bar's sync button: the window of the run under way, or of the one that ended last.
+    void showSyncStatusWindow();
+    // Null until the first run started or the sync button was pressed.
+    BVSyncStatusWindowController *syncStatusWindow() const;
     // The start-time button: opens the start-time sheet over the main window while tracking.
     void onEditStartTimeButton();
 
@@ -91,8 +110,6 @@ Q_SIGNALS:
     void quitRequested();
     // The quit flow is done; the app may end.
     void terminationAllowed();
-    // Seam of the sync manager: the sync method changed, so its menu title and status button follow.
-    void syncMethodChanged();
 
 private:
     void wireWindow();
@@ -106,13 +123,21 @@ private:
     void onMainWindowClosed();
     void onAppAppearanceChanged();
     void onSaveFailed(const BvError &error);
+    void showSyncIndicator();
+    BVSyncStatusWindowController &syncStatusWindowFor(BVSyncService *service);
+    // A new sync method or interval moves the automatic run.
+    void rescheduleSync();
 
     TrackingController &m_tracking;
     BvSettings &m_settings;
     GlobalHotKey &m_globalHotKey;
     Notifier &m_notifier;
     std::function<bool()> m_trayAvailable;
-    DropboxConnector *m_dropboxConnector;
+    DropboxConnector &m_dropboxConnector;
+    BVSyncManager &m_syncManager;
+    BVSyncStatusIndicator m_syncIndicator;
+    QString m_syncMenuTitle;
+    std::unique_ptr<BVSyncStatusWindowController> m_syncStatusWindow;
 
     std::unique_ptr<MainWindow> m_window;
     std::unique_ptr<StatusBarMenu> m_statusBarMenu;

@@ -64,42 +64,18 @@ void BVMainWindowStatusbarView::setEditStartTimeButtonVisible(bool visible)
         m_editStartTimeButton->setVisible(visible);
 }
 
-void BVMainWindowStatusbarView::setSyncStatus(int status, int withSyncMethod)
-{
-    m_syncStatus = status;
-    m_syncMethod = withSyncMethod;
-    showSyncButton(status);
-}
-
-void BVMainWindowStatusbarView::showSyncButton(int status)
+void BVMainWindowStatusbarView::setSyncButton(bool visible, const QString &imageName, const QString &toolTip)
 {
     if (!m_syncButton) {
+        if (!visible)
+            return;
         m_syncButton = makeImageButton(this, QStringLiteral("syncStatusButton"), QSize(20, 15));
         connect(m_syncButton, &QToolButton::clicked, this, &BVMainWindowStatusbarView::onSyncStatusButton);
         m_layout->addWidget(m_syncButton);
     }
-    const QString method = m_syncMethod == 1 ? QStringLiteral("Dropbox") : QString();
-    QString image;
-    QString toolTip;
-    switch (status) {
-    case 2:
-        image = QStringLiteral("DropboxSyncProgress");
-        toolTip = tr("%1 syncing ...").arg(method);
-        break;
-    case 3:
-        image = QStringLiteral("DropboxSyncSuccess");
-        toolTip = tr("%1 sync completed").arg(method);
-        break;
-    case 4:
-        image = QStringLiteral("DropboxSyncError");
-        toolTip = tr("%1 sync error").arg(method);
-        break;
-    default:
-        break;
-    }
-    m_syncButton->setIcon(image.isEmpty() ? QIcon() : QIcon(u":/icons/" + image + u".svg"));
-    m_syncButton->setToolTip(toolTip);
-    m_syncButton->setVisible(status != 1);
+    m_syncButton->setIcon(visible ? QIcon(u":/icons/" + imageName + u".svg") : QIcon());
+    m_syncButton->setToolTip(visible ? toolTip : QString());
+    m_syncButton->setVisible(visible);
 }
 
 QString BVMainWindowStatusbarView::syncButtonToolTip() const

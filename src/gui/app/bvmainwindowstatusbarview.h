@@ -21,11 +21,9 @@ public:
     void setEditStartTimeButtonVisible(bool visible);
     bool isEditStartTimeButtonVisible() const { return m_editStartTimeButtonVisible; }
 
-    // `status` as the sync manager reports it: 1 cancelled (the button goes), 2 started, 3 completed,
-    // 4 failed. `withSyncMethod` 1 is Dropbox, which the tooltip then names.
-    void setSyncStatus(int status, int withSyncMethod);
-    int syncStatus() const { return m_syncStatus; }
-    int syncMethod() const { return m_syncMethod; }
+    // Shows the sync button with the image of that name (":/icons/<name>.svg") and the tooltip, or hides
+    // it; BVSyncStatusIndicator says which for each state of the sync.
+    void setSyncButton(bool visible, const QString &imageName, const QString &toolTip);
     // Empty while the button is hidden.
     QString syncButtonToolTip() const;
 
@@ -34,13 +32,9 @@ Q_SIGNALS:
     void onSyncStatusButton();
 
 private:
-    void showSyncButton(int status);
-
     QHBoxLayout *m_layout = nullptr;
     QLabel *m_label = nullptr;
     QToolButton *m_editStartTimeButton = nullptr;
     QToolButton *m_syncButton = nullptr;
     bool m_editStartTimeButtonVisible = false;
-    int m_syncStatus = 0;
-    int m_syncMethod = 0;
 };

@@ -11,4 +11,6 @@ inline constexpr int StopTrack = 1004;
 // The tray's status menu.
 inline constexpr int StatusTrackRecent = 1;
 inline constexpr int StatusStopTracking = 2;
+inline constexpr int StatusSync = 2001;
+inline constexpr int StatusActivities = 2002;
 } // namespace MenuTags

@@ -26,6 +26,17 @@ StatusBarMenu::StatusBarMenu(TrackingController &tracking, QWidget *parent)
     connect(m_stop, &QAction::triggered, this, &StatusBarMenu::stopTrackRequested);
 
     addSeparator();
+    m_activitiesMenu = addMenu(tr("Activities"));
+    m_activitiesMenu->setObjectName(QStringLiteral("statusActivitiesMenu"));
+    m_activitiesMenu->menuAction()->setObjectName(QStringLiteral("statusActivitiesAction"));
+    m_activitiesMenu->menuAction()->setData(MenuTags::StatusActivities);
+    m_sync = m_activitiesMenu->addAction(QString());
+    m_sync->setObjectName(QStringLiteral("statusSyncAction"));
+    m_sync->setData(MenuTags::StatusSync);
+    connect(m_sync, &QAction::triggered, this, &StatusBarMenu::syncRequested);
+    setSyncMenuTitle(QString());
+
+    addSeparator();
     QAction *quit = addAction(tr("Quit"));
     quit->setObjectName(QStringLiteral("statusQuitAction"));
     connect(quit, &QAction::triggered, this, &StatusBarMenu::quitRequested);
@@ -37,6 +48,13 @@ StatusBarMenu::StatusBarMenu(TrackingController &tracking, QWidget *parent)
 void StatusBarMenu::updateItems()
 {
     m_stop->setEnabled(m_tracking.isTracking());
+}
+
+void StatusBarMenu::setSyncMenuTitle(const QString &title)
+{
+    m_sync->setText(title);
+    m_sync->setVisible(!title.isNull());
+    m_activitiesMenu->menuAction()->setVisible(!title.isNull());
 }
 
 QAction *StatusBarMenu::actionWithTag(int tag) const

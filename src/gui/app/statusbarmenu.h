@@ -6,7 +6,8 @@ class RecentActivitiesMenu;
 class TrackingController;
 
 // The tray icon's menu: "Open", "Track recent" (tag 1), "Stop tracking" (tag 2, enabled only while
-// tracking, checked each time the menu opens), and "Quit". Windows that do not exist yet have no item.
+// tracking, checked each time the menu opens), "Activities" (tag 2002) with the sync command (tag 2001)
+// while a sync method is chosen, and "Quit". Windows that do not exist yet have no item.
 class StatusBarMenu : public QMenu
 {
     Q_OBJECT
@@ -17,14 +18,20 @@ public:
     // menuWillOpen: brings the items' states up to date (done on every aboutToShow).
     void updateItems();
     QAction *actionWithTag(int tag) const;
+    // The sync command's title; a null title hides the command, and "Activities" with it while it holds
+    // nothing else.
+    void setSyncMenuTitle(const QString &title);
 
 Q_SIGNALS:
     void openRequested();
     void stopTrackRequested();
     void quitRequested();
+    void syncRequested();
 
 private:
     TrackingController &m_tracking;
     RecentActivitiesMenu *m_recentMenu = nullptr;
     QAction *m_stop = nullptr;
+    QMenu *m_activitiesMenu = nullptr;
+    QAction *m_sync = nullptr;
 };

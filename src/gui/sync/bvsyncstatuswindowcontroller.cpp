@@ -59,23 +59,22 @@ BVSyncStatusWindowController::BVSyncStatusWindowController(QWidget *parent)
     layout->addLayout(buttons);
     setMinimumWidth(kCompactWidth);
 
-    connect(m_cancelButton, &QPushButton::clicked, this, &BVSyncStatusWindowController::onCancelOrClose);
+    connect(&m_model, &BVSyncStatusWindowModel::changed, this, &BVSyncStatusWindowController::showModel);
+    connect(&m_model, &BVSyncStatusWindowModel::closeRequested, this, &QWidget::close);
+    connect(m_cancelButton, &QPushButton::clicked, &m_model, &BVSyncStatusWindowModel::triggerAction);
     connect(m_detailsButton, &QPushButton::clicked, this, &BVSyncStatusWindowController::onDetails);
-    showServiceState();
+    m_model.setSyncService(nullptr);
 }
 
 void BVSyncStatusWindowController::setSyncService(BVSyncService *service)
 {
-    if (m_service)
-        disconnect(m_service, nullptr, this, nullptr);
-    m_service = service;
-    if (m_service) {
-        connect(m_service, &BVSyncService::syncServiceProgress, this, &BVSyncStatusWindowController::onProgress);
-        connect(m_service, &BVSyncService::syncServiceFinish, this, &BVSyncStatusWindowController::onFinish);
-        connect(m_service, &BVSyncService::syncServiceError, this, &BVSyncStatusWindowController::onError);
-        connect(m_service, &BVSyncService::syncServiceCancelled, this, &BVSyncStatusWindowController::onCancelled);
+    m_model.setSyncService(service);
+    // A window shown again for another run starts compact.
+    if (!m_model.isDetailsShown() && m_details->isVisible()) {
+        m_details->hide();
+        adjustSize();
     }
-    showServiceState();
+    showModel();
 }
 
 QString BVSyncStatusWindowController::statusText() const
@@ -83,22 +82,15 @@ QString BVSyncStatusWindowController::statusText() const
     return m_statusLabel->text();
 }
 
-void BVSyncStatusWindowController::showServiceState()
+void BVSyncStatusWindowController::showModel()
 {
-    m_finished = false;
-    m_cancelButton->setText(tr("Cancel"));
-    m_cancelButton->setEnabled(true);
-    m_detailsButton->hide();
-    if (!m_service || m_service->syncStatus() != BVSyncService::Running) {
-        const QString message = m_service ? m_service->currentProgressMessage() : QString();
-        finishedWithMessage(message.isEmpty() ? QStringLiteral("Sync operation is not running.") : message);
-        return;
-    }
-    m_indicator->show();
-    const QString message = m_service->currentProgressMessage();
-    m_statusLabel->setText(message.isEmpty() ? QStringLiteral("Initializing sync service...") : message);
+    m_indicator->setVisible(m_model.isIndicatorRunning());
+    m_statusLabel->setText(m_model.statusText());
+    m_cancelButton->setText(m_model.actionTitle());
+    m_cancelButton->setEnabled(m_model.isActionEnabled());
+    m_detailsButton->setVisible(m_model.isFinished() && !m_model.isDetailsShown());
     // While the run goes on, the window closes only through Cancel, which says what it does.
-    setClosable(false);
+    setClosable(m_model.isFinished());
 }
 
 void BVSyncStatusWindowController::setClosable(bool closable)
@@ -112,54 +104,13 @@ void BVSyncStatusWindowController::setClosable(bool closable)
         show();
 }
 
-void BVSyncStatusWindowController::onProgress(const QString &message)
-{
-    if (!m_finished)
-        m_statusLabel->setText(message);
-}
-
-void BVSyncStatusWindowController::onFinish(const QString &message)
-{
-    finishedWithMessage(message);
-}
-
-void BVSyncStatusWindowController::onError(const QString &details)
-{
-    finishedWithMessage(QStringLiteral("Failure. %1").arg(details));
-}
-
-void BVSyncStatusWindowController::onCancelled()
-{
-    finishedWithMessage(QStringLiteral("Operation cancelled."));
-}
-
-void BVSyncStatusWindowController::finishedWithMessage(const QString &message)
-{
-    m_finished = true;
-    m_indicator->hide();
-    m_statusLabel->setText(message);
-    m_cancelButton->setText(tr("Close"));
-    m_cancelButton->setEnabled(true);
-    m_detailsButton->setVisible(!m_details->isVisible());
-    setClosable(true);
-}
-
-void BVSyncStatusWindowController::onCancelOrClose()
-{
-    if (m_finished || !m_service) {
-        close();
-        return;
-    }
-    m_statusLabel->setText(QStringLiteral("Cancelling sync operation..."));
-    m_cancelButton->setEnabled(false);
-    m_service->cancel();
-}
-
 void BVSyncStatusWindowController::onDetails()
 {
-    m_details->setPlainText(m_service ? m_service->activityLog() : QString());
+    m_model.showDetails();
+    if (!m_model.isDetailsShown())
+        return;
+    m_details->setPlainText(m_model.detailsText());
     m_details->show();
-    m_detailsButton->hide();
     setMaximumHeight(QWIDGETSIZE_MAX);
     resize(width(), height() + kDetailsHeight);
 }

@@ -1,7 +1,8 @@
 #pragma once
 
 #include <QDialog>
-#include <QPointer>
+
+#include "sync/bvsyncstatuswindowmodel.h"
 
 class BVSyncService;
 class QLabel;
@@ -10,8 +11,9 @@ class QProgressBar;
 class QPushButton;
 
 // The window of a sync run: an indicator while it runs, the current progress line, a Cancel button that
-// becomes Close when the run ends, and a Details button that unfolds the run's activity log. It follows
-// one service at a time; a window opened after the run ended shows how it ended. Main thread.
+// becomes Close when the run ends, and a Details button that unfolds the run's activity log. It shows
+// BVSyncStatusWindowModel, which follows one service at a time; a window opened after the run ended shows
+// how it ended. Main thread.
 class BVSyncStatusWindowController : public QDialog
 {
     Q_OBJECT
@@ -23,24 +25,17 @@ public:
 
     // For tests and the accessibility tree: what the window shows.
     QString statusText() const;
-    bool isFinished() const { return m_finished; }
+    bool isFinished() const { return m_model.isFinished(); }
 
 private:
-    void showServiceState();
-    void onProgress(const QString &message);
-    void onFinish(const QString &message);
-    void onError(const QString &details);
-    void onCancelled();
-    void finishedWithMessage(const QString &message);
+    void showModel();
     void setClosable(bool closable);
-    void onCancelOrClose();
     void onDetails();
 
-    QPointer<BVSyncService> m_service;
+    BVSyncStatusWindowModel m_model;
     QProgressBar *m_indicator = nullptr;
     QLabel *m_statusLabel = nullptr;
     QPushButton *m_cancelButton = nullptr;
     QPushButton *m_detailsButton = nullptr;
     QPlainTextEdit *m_details = nullptr;
-    bool m_finished = false;
 };
