@@ -11,7 +11,7 @@
 #include <QThread>
 #include <QTimer>
 
-#include "app/services/brimvaledbus.h"
+#include "platform/brimvaledbus.h"
 
 namespace {
 

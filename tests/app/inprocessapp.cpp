@@ -3,8 +3,8 @@
 #include <QDBusPendingCall>
 #include <QTest>
 
-#include "app/services/brimvaledbus.h"
 #include "model/activity.h"
+#include "platform/brimvaledbus.h"
 #include "sync/bvsyncbackendfactory.h"
 #include "sync/bvsyncservicebackend.h"
 

@@ -7,9 +7,9 @@
 #include <QDirIterator>
 #include <QTemporaryDir>
 
-#include "app/services/brimvaledbus.h"
 #include "inprocessapp.h"
 #include "model/storecontext.h"
+#include "platform/brimvaledbus.h"
 
 using namespace Qt::StringLiterals;
 

@@ -6,8 +6,8 @@
 #include <QDBusMessage>
 #include <QProcess>
 
-#include "app/services/brimvaledbus.h"
 #include "app/services/singleinstance.h"
+#include "platform/brimvaledbus.h"
 
 using namespace Qt::StringLiterals;
 

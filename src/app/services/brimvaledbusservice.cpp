@@ -4,10 +4,10 @@
 #include <QDateTime>
 #include <QLoggingCategory>
 
-#include "app/services/brimvaledbus.h"
 #include "app/trackingcontroller.h"
 #include "model/activity.h"
 #include "model/activitymanager.h"
+#include "platform/brimvaledbus.h"
 #include "sync/bvsyncbackendfactory.h"
 #include "sync/bvsyncerrors.h"
 #include "sync/bvsyncmanager.h"

@@ -10,7 +10,7 @@
 #include <QDeadlineTimer>
 #include <QThread>
 
-#include "app/services/brimvaledbus.h"
+#include "platform/brimvaledbus.h"
 
 using namespace std::chrono_literals;
 

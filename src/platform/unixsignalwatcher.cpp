@@ -1,13 +1,16 @@
-#include "app/unixsignalwatcher.h"
+#include "platform/unixsignalwatcher.h"
 
 #include <csignal>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <QLoggingCategory>
 #include <QSocketNotifier>
 
-#include "gui/app/applogging.h"
+namespace {
+Q_LOGGING_CATEGORY(lcSignals, "brimvale.platform.signals")
+}
 
 namespace {
 
@@ -29,7 +32,7 @@ UnixSignalWatcher::UnixSignalWatcher(const QList<int> &signalNumbers, QObject *p
 {
     Q_ASSERT(s_pipe[0] < 0);
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, s_pipe) != 0) {
-        qCWarning(lcApp) << "Could not watch for termination signals:" << strerror(errno);
+        qCWarning(lcSignals) << "Could not watch for termination signals:" << strerror(errno);
         return;
     }
     m_notifier = new QSocketNotifier(s_pipe[0], QSocketNotifier::Read, this);
@@ -41,7 +44,7 @@ UnixSignalWatcher::UnixSignalWatcher(const QList<int> &signalNumbers, QObject *p
         sigemptyset(&action.sa_mask);
         action.sa_flags = SA_RESTART;
         if (::sigaction(signalNumber, &action, nullptr) != 0) {
-            qCWarning(lcApp) << "Could not handle signal" << signalNumber << strerror(errno);
+            qCWarning(lcSignals) << "Could not handle signal" << signalNumber << strerror(errno);
             continue;
         }
         m_signals.append(signalNumber);
