@@ -26,4 +26,8 @@ public:
     virtual std::optional<QDateTime> idleSince(const QDateTime &now) const = 0;
     // Threshold-based sources need to know the threshold in advance; counter-based ones ignore it.
     virtual void setThresholdSeconds(int seconds) { Q_UNUSED(seconds); }
+
+Q_SIGNALS:
+    // A threshold-based source saw the user go idle or come back; counter-based ones never say.
+    void idleSinceChanged();
 };

@@ -15,6 +15,12 @@ IdleTimer::IdleTimer(IdleSource &source, Clock &clock, QObject *parent)
     // with other wake-ups.
     m_timer.setTimerType(Qt::CoarseTimer);
     connect(&m_timer, &QTimer::timeout, this, &IdleTimer::check);
+    // A source that reports the threshold's crossing is checked at once rather than at the next
+    // scheduled check, which could be up to a threshold later.
+    connect(&m_source, &IdleSource::idleSinceChanged, this, [this] {
+        if (m_timer.isActive())
+            check();
+    });
 }
 
 IdleTimer::~IdleTimer() = default;
