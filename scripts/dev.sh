@@ -11,6 +11,7 @@ packages=(
   qt6-base-dev qt6-base-dev-tools libqt6sql6-sqlite qtkeychain-qt6-dev libsqlite3-dev
   xvfb xauth dbus dbus-x11 python3-dbusmock systemd python3
   libxml2-utils sqlite3 libbenchmark-dev libreoffice-calc-nogui e2fsprogs timewarrior
+  libxcb-screensaver0-dev libxcb-dpms0-dev libwayland-dev wayland-protocols plasma-wayland-protocols
 )
 
 install_missing() {
