@@ -67,8 +67,9 @@ public:
     // doStartTrackAndShowWindow: refuses while tracking unless endCurrentActivityOnTrack, else stops and
     // starts the line. `show` asks the main window to the front. True when tracking started.
     bool doStartTrackAndShowWindow(bool show);
-    // doUpdateTrack: "Can not update. Not tracking..." or the manager's message; "Activity updated!".
-    bool doUpdateTrack();
+    // doUpdateTrack: "Can not update. Not tracking..." or the manager's message; "Activity updated!". The
+    // new text is saved at once, so other programs see it. `show` asks the main window to the front.
+    bool doUpdateTrack(bool show = true);
     // stopTrack: ends the touch timer and stops (also when nothing runs: that refreshes the displays).
     void stopTrack();
     // Timer target: moves the running activity's end to now.
@@ -144,6 +145,7 @@ private:
     QString m_messageText;
     QString m_statusText;
     QString m_statusItemTitle;
+    bool m_reportedTracking = false;
     QTimer m_trackTimer;
     QTimer m_counterTimer;
 };

@@ -70,7 +70,9 @@ void ActivityManager::touchCurrentActivity()
         return;
     const QDateTime now = m_context->now();
     m_currentActivity->setModifiedAt(now);
-    m_currentActivity->setTimeTo(now);
+    // A touch within the first second (an update right after a start) keeps the one-second minimum that
+    // every stored activity has.
+    m_currentActivity->setTimeTo(std::max(now, m_currentActivity->timeFrom().addSecs(1)));
     saveRunning("the running activity");
     if (runningActivityVanished()) {
         m_currentActivity.reset();
