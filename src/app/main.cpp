@@ -1,8 +1,17 @@
+#include <csignal>
+#include <memory>
+
+#include <QApplication>
 #include <QCoreApplication>
 #include <QLoggingCategory>
 #include <QTextStream>
 
+#include "app/brimvaleapplication.h"
+#include "app/services/brimvaledbusservice.h"
+#include "app/services/singleinstance.h"
+#include "app/unixsignalwatcher.h"
 #include "cli/commandline.h"
+#include "gui/app/storeerroralert.h"
 #include "model/store.h"
 #include "settings/bvsettingsview.h"
 #include "settings/userdefaults.h"
@@ -18,9 +27,35 @@ bool sidebarOrderedByHand(bool tasks)
     return UserDefaults::standardUserDefaults()->stringForKey(key) == QLatin1String("1");
 }
 
-} // namespace
+bool isAppUrl(const QString &argument)
+{
+    return argument.startsWith(QLatin1String("brimvaleapp:"), Qt::CaseInsensitive);
+}
 
-int main(int argc, char **argv)
+// `brimvale` alone, at login with "launchFromHelper", or from the browser with a brimvaleapp: URL is the
+// app; anything else is a command.
+bool isAppLaunch(const QStringList &arguments, AppLaunchOptions *options)
+{
+    for (const QString &argument : arguments) {
+        if (argument == QLatin1String("launchFromHelper"))
+            options->launchFromHelper = true;
+        else if (isAppUrl(argument))
+            options->url = argument;
+        else
+            return false;
+    }
+    return true;
+}
+
+QStringList argumentsOf(int argc, char **argv)
+{
+    QStringList arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.append(QString::fromLocal8Bit(argv[i]));
+    return arguments;
+}
+
+int runCommandLine(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Brimvale"));
@@ -32,18 +67,65 @@ int main(int argc, char **argv)
 
     QTextStream out(stdout);
     QTextStream err(stderr);
+    const QStringList arguments = QCoreApplication::arguments().mid(1);
+    if (arguments.value(0) == QLatin1String("--version")) {
+        out << "brimvale " << BRIMVALE_VERSION << Qt::endl;
+        return 0;
+    }
     StoreOptions options;
     options.applicationFilesDirectory = Store::applicationFilesDirectory();
     options.skipMigrations = UserDefaults::standardUserDefaults()->boolForKey(QStringLiteral("skipMigrations"));
     options.projectsOrderedByHand = sidebarOrderedByHand(false);
     options.tasksOrderedByHand = sidebarOrderedByHand(true);
     CliEnvironment environment { out, err, options, &BvSettingsView::standard };
-
     CommandLine commandLine;
-    const QStringList arguments = QCoreApplication::arguments().mid(1);
-    if (arguments.value(0) == QLatin1String("--version")) {
-        out << "brimvale " << BRIMVALE_VERSION << Qt::endl;
-        return 0;
-    }
     return commandLine.run(arguments, environment);
+}
+
+int runApp(int argc, char **argv, const AppLaunchOptions &options)
+{
+    QApplication app(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("Brimvale"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(BRIMVALE_VERSION));
+    QGuiApplication::setDesktopFileName(QStringLiteral("brimvale"));
+    QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/brimvale.svg")));
+    // The controller decides when closing the window quits: with a tray icon it does not.
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    // One app per session: a second `brimvale` raises the first, or hands it the browser's URL, and ends.
+    if (!SingleInstance::claim())
+        return SingleInstance::forwardToRunning(options.url) ? 0 : 1;
+
+    BrimvaleApplication application(PlatformServices::forSession());
+
+    // Logout, shutdown and Ctrl+C end the running activity at that moment, as the Quit command does.
+    UnixSignalWatcher signalWatcher({ SIGTERM, SIGINT, SIGHUP });
+    QObject::connect(&signalWatcher, &UnixSignalWatcher::unixSignal, &application, &BrimvaleApplication::quit);
+
+    const auto launched = application.launch(options);
+    if (!launched) {
+        qCritical().noquote() << "Could not open the store:" << launched.error().message();
+        auto *alert = new StoreErrorAlert(launched.error());
+        QObject::connect(alert, &QMessageBox::finished, &app, &QCoreApplication::quit);
+        alert->open();
+        app.exec();
+        return 2;
+    }
+    BrimvaleDBusService service(application.tracking(), application.syncRunner());
+    QObject::connect(
+        &service, &BrimvaleDBusService::showMainWindowRequested, &application, &BrimvaleApplication::showMainWindow);
+    QObject::connect(&service, &BrimvaleDBusService::openUrlRequested, &application, &BrimvaleApplication::openUrl);
+    if (!service.registerOnSessionBus())
+        qWarning() << "The app is not reachable on the session bus: brimvale start, stop and status cannot reach it";
+    return app.exec();
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    AppLaunchOptions options;
+    if (isAppLaunch(argumentsOf(argc, argv), &options))
+        return runApp(argc, argv, options);
+    return runCommandLine(argc, argv);
 }

@@ -1,0 +1,128 @@
+#include "app/services/brimvaledbusservice.h"
+
+#include <QDBusConnectionInterface>
+#include <QDateTime>
+#include <QLoggingCategory>
+
+#include "app/services/brimvaledbus.h"
+#include "app/services/syncrunner.h"
+#include "app/trackingcontroller.h"
+#include "model/activity.h"
+#include "model/activitymanager.h"
+
+namespace {
+Q_LOGGING_CATEGORY(lcDBus, "brimvale.dbus")
+
+qint64 secondsSinceEpoch(const QDateTime &instant)
+{
+    return instant.isValid() ? instant.toSecsSinceEpoch() : 0;
+}
+} // namespace
+
+BrimvaleDBusService::BrimvaleDBusService(TrackingController &tracking, SyncRunner &sync, QObject *parent)
+    : QObject(parent)
+    , m_tracking(tracking)
+    , m_sync(sync)
+{
+    connect(&m_tracking, &TrackingController::trackingChanged, this,
+        [this](bool isTracking, const QString &text, const QDateTime &startedAt) {
+            Q_EMIT TrackingChanged(
+                isTracking, isTracking ? text : QString(), isTracking ? secondsSinceEpoch(startedAt) : 0);
+        });
+    connect(&m_sync, &SyncRunner::syncFinished, this, &BrimvaleDBusService::onSyncFinished);
+}
+
+BrimvaleDBusService::~BrimvaleDBusService()
+{
+    // A caller still waiting for a sync gets an answer rather than its timeout.
+    for (const PendingSync &pending : std::as_const(m_pendingSyncs)) {
+        QDBusConnection connection = pending.connection;
+        connection.send(pending.call.createErrorReply(QDBusError::NoServer, QStringLiteral("Brimvale quit.")));
+    }
+}
+
+bool BrimvaleDBusService::registerOnSessionBus()
+{
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected() || !bus.interface()) {
+        qCWarning(lcDBus) << "No session bus:" << bus.lastError().message();
+        return false;
+    }
+    const QString path = QString::fromLatin1(BrimvaleDBus::ObjectPath);
+    if (!bus.registerObject(
+            path, this, QDBusConnection::ExportScriptableSlots | QDBusConnection::ExportScriptableSignals)) {
+        qCWarning(lcDBus) << "Could not publish" << path << bus.lastError().message();
+        return false;
+    }
+    // The object first, the name second: whoever sees the name finds the object behind it.
+    const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply
+        = bus.interface()->registerService(QString::fromLatin1(BrimvaleDBus::ServiceName),
+            QDBusConnectionInterface::DontQueueService, QDBusConnectionInterface::DontAllowReplacement);
+    if (!reply.isValid() || reply.value() != QDBusConnectionInterface::ServiceRegistered) {
+        qCWarning(lcDBus) << "Another process owns" << BrimvaleDBus::ServiceName;
+        bus.unregisterObject(path);
+        return false;
+    }
+    return true;
+}
+
+QString BrimvaleDBusService::StartTrack(const QString &text)
+{
+    m_tracking.setActivityText(text);
+    if (m_tracking.doStartTrackAndShowWindow(false))
+        return QLatin1String("");
+    return m_tracking.messageText();
+}
+
+QString BrimvaleDBusService::UpdateTrack(const QString &text)
+{
+    m_tracking.setActivityText(text);
+    if (m_tracking.doUpdateTrack())
+        return QLatin1String("");
+    return m_tracking.messageText();
+}
+
+void BrimvaleDBusService::StopTrack()
+{
+    m_tracking.stopTrack();
+}
+
+bool BrimvaleDBusService::Status(QString &text, qint64 &startSecs)
+{
+    const ActivityPtr current = m_tracking.activityManager().currentActivity();
+    text = current ? current->text() : QLatin1String("");
+    startSecs = current ? secondsSinceEpoch(current->timeFrom()) : 0;
+    return current != nullptr;
+}
+
+void BrimvaleDBusService::ShowMainWindow()
+{
+    Q_EMIT showMainWindowRequested();
+}
+
+void BrimvaleDBusService::OpenUrl(const QString &url)
+{
+    Q_EMIT openUrlRequested(url);
+}
+
+QString BrimvaleDBusService::Sync()
+{
+    // Answered when the run ends; a call made while one runs waits for that run's result.
+    if (!calledFromDBus()) {
+        m_sync.run();
+        return {};
+    }
+    setDelayedReply(true);
+    m_pendingSyncs.append({ connection(), message() });
+    m_sync.run();
+    return {};
+}
+
+void BrimvaleDBusService::onSyncFinished(bool, const QString &message)
+{
+    const QList<PendingSync> pending = std::exchange(m_pendingSyncs, {});
+    for (const PendingSync &caller : pending) {
+        QDBusConnection connection = caller.connection;
+        connection.send(caller.call.createReply(message));
+    }
+}

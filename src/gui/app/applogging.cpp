@@ -1,0 +1,3 @@
+#include "gui/app/applogging.h"
+
+Q_LOGGING_CATEGORY(lcApp, "brimvale.app")

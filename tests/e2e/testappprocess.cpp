@@ -1,0 +1,193 @@
+#include <QtTest>
+
+#include <QDBusConnection>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
+#include <QDBusReply>
+#include <QProcess>
+
+#include <signal.h>
+
+#include "model/store.h"
+#include "model/storecontext.h"
+#include "support/isolatedhome.h"
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+const QString Service = u"com.brimvaleapp.Brimvale"_s;
+
+// Status() of the running app over the session bus: tracking, text, start in Unix seconds.
+struct AppStatus
+{
+    bool answered = false;
+    bool tracking = false;
+    QString text;
+    qint64 startSecs = 0;
+};
+
+AppStatus appStatus()
+{
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        Service, u"/com/brimvaleapp/Brimvale"_s, u"com.brimvaleapp.Brimvale1"_s, u"Status"_s);
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(call, QDBus::Block, 5000);
+    AppStatus status;
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 3)
+        return status;
+    status.answered = true;
+    status.tracking = reply.arguments().at(0).toBool();
+    status.text = reply.arguments().at(1).toString();
+    status.startSecs = reply.arguments().at(2).toLongLong();
+    return status;
+}
+
+bool xdotool(const QStringList &arguments)
+{
+    return QProcess::execute(u"xdotool"_s, arguments) == 0;
+}
+
+} // namespace
+
+// The real app under Xvfb and a private session bus: typed into with xdotool, asked over D-Bus, ended by
+// signals as a logout or a crash would.
+class TestAppProcess : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init();
+    void cleanup();
+
+    void typedLineIsTrackedAndEndsAtTermination_data();
+    void typedLineIsTrackedAndEndsAtTermination();
+    void killedAppLosesAtMostTheLastTouch();
+    void secondLaunchRaisesTheFirstAndExits();
+
+private:
+    bool startApp();
+    QList<ActivityPtr> storedActivities();
+
+    std::unique_ptr<IsolatedHome> m_home;
+    std::unique_ptr<QProcess> m_app;
+};
+
+void TestAppProcess::init()
+{
+    m_home = std::make_unique<IsolatedHome>();
+}
+
+void TestAppProcess::cleanup()
+{
+    if (m_app && m_app->state() != QProcess::NotRunning) {
+        m_app->kill();
+        m_app->waitForFinished(5000);
+    }
+    m_app.reset();
+    m_home.reset();
+}
+
+bool TestAppProcess::startApp()
+{
+    m_app = std::make_unique<QProcess>();
+    m_app->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    m_app->start(QStringLiteral(BRIMVALE_EXECUTABLE), {});
+    if (!m_app->waitForStarted(5000))
+        return false;
+    // Ready once the window is mapped and the app answers on the bus.
+    if (!xdotool({ u"search"_s, u"--sync"_s, u"--onlyvisible"_s, u"--name"_s, u"^Brimvale$"_s }))
+        return false;
+    QElapsedTimer waited;
+    waited.start();
+    while (!appStatus().answered) {
+        if (waited.elapsed() > 10000)
+            return false;
+        QTest::qWait(50);
+    }
+    return true;
+}
+
+QList<ActivityPtr> TestAppProcess::storedActivities()
+{
+    StoreOptions options;
+    options.applicationFilesDirectory = m_home->applicationFilesDirectory();
+    auto store = Store::open(options);
+    if (!store)
+        return {};
+    StoreContext context(**store);
+    auto activities = context.fetchActivities();
+    return activities ? *activities : QList<ActivityPtr>();
+}
+
+void TestAppProcess::typedLineIsTrackedAndEndsAtTermination_data()
+{
+    QTest::addColumn<int>("signalNumber");
+    QTest::newRow("SIGTERM (logout)") << int(SIGTERM);
+    QTest::newRow("SIGINT (Ctrl+C)") << int(SIGINT);
+    QTest::newRow("SIGHUP (terminal closed)") << int(SIGHUP);
+}
+
+void TestAppProcess::typedLineIsTrackedAndEndsAtTermination()
+{
+    QFETCH(int, signalNumber);
+    QVERIFY(startApp());
+    QVERIFY(xdotool({ u"type"_s, u"--delay"_s, u"10"_s, u"@Acme #design mock-ups"_s }));
+    QVERIFY(xdotool({ u"key"_s, u"Return"_s }));
+
+    AppStatus status;
+    QTRY_VERIFY_WITH_TIMEOUT((status = appStatus()).tracking, 5000);
+    QCOMPARE(status.text, u"@Acme #design mock-ups"_s);
+    QList<ActivityPtr> stored = storedActivities();
+    QCOMPARE(stored.size(), 1);
+    QCOMPARE(stored.constFirst()->project()->name(), u"Acme"_s);
+    QCOMPARE(stored.constFirst()->timeFrom().toSecsSinceEpoch(), status.startSecs);
+
+    QTest::qWait(1500);
+    const QDateTime signalled = QDateTime::currentDateTimeUtc();
+    ::kill(pid_t(m_app->processId()), signalNumber);
+    QVERIFY(m_app->waitForFinished(10000));
+    QCOMPARE(m_app->exitStatus(), QProcess::NormalExit);
+    QCOMPARE(m_app->exitCode(), 0);
+
+    stored = storedActivities();
+    QCOMPARE(stored.size(), 1);
+    const qint64 endOffset = signalled.msecsTo(stored.constFirst()->timeTo());
+    QVERIFY2(endOffset >= -100 && endOffset < 3000, qPrintable(QString::number(endOffset)));
+}
+
+void TestAppProcess::killedAppLosesAtMostTheLastTouch()
+{
+    QVERIFY(startApp());
+    QVERIFY(xdotool({ u"type"_s, u"--delay"_s, u"10"_s, u"@Acme crash"_s }));
+    QVERIFY(xdotool({ u"key"_s, u"Return"_s }));
+    QTRY_VERIFY_WITH_TIMEOUT(appStatus().tracking, 5000);
+    const QDateTime killed = QDateTime::currentDateTimeUtc();
+    m_app->kill();
+    QVERIFY(m_app->waitForFinished(5000));
+
+    const QList<ActivityPtr> stored = storedActivities();
+    QCOMPARE(stored.size(), 1);
+    QCOMPARE(stored.constFirst()->text(), u"@Acme crash"_s);
+    QVERIFY(stored.constFirst()->timeTo().secsTo(killed) <= 30);
+    QVERIFY(stored.constFirst()->durationSecs() >= 1);
+}
+
+void TestAppProcess::secondLaunchRaisesTheFirstAndExits()
+{
+    QVERIFY(startApp());
+    QProcess second;
+    second.start(QStringLiteral(BRIMVALE_EXECUTABLE), {});
+    QVERIFY(second.waitForFinished(10000));
+    QCOMPARE(second.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(second.exitCode(), 0);
+    QCOMPARE(m_app->state(), QProcess::Running);
+    QVERIFY(appStatus().answered);
+    // Still one window of ours.
+    QProcess search;
+    search.start(u"xdotool"_s, { u"search"_s, u"--onlyvisible"_s, u"--name"_s, u"^Brimvale$"_s });
+    QVERIFY(search.waitForFinished(5000));
+    QCOMPARE(QString::fromUtf8(search.readAllStandardOutput()).trimmed().split(u'\n').size(), 1);
+}
+
+QTEST_GUILESS_MAIN(TestAppProcess)
+#include "testappprocess.moc"
