@@ -11,7 +11,12 @@
 #include "platform/platformservices.h"
 
 class ActivityManager;
+class AttentionController;
 class Brimvale_AppDelegate;
+class BvUserNotificationService;
+class DockAttention;
+class IdlePromptPresenter;
+class UserNotificationCentre;
 class BvSettings;
 class Clock;
 class DropboxConnector;
@@ -62,6 +67,8 @@ public:
 
     // Valid after a successful launch.
     TrackingController &tracking();
+    // The idle, reminder and computer-event rules.
+    AttentionController &attention();
     Brimvale_AppDelegate &delegate();
     BvSettings &settings();
     Store &store();
@@ -89,6 +96,11 @@ private:
     std::unique_ptr<Store> m_store;
     std::unique_ptr<ActivityManager> m_activityManager;
     std::unique_ptr<TrackingController> m_tracking;
+    std::unique_ptr<UserNotificationCentre> m_notificationCentre;
+    std::unique_ptr<BvUserNotificationService> m_notifications;
+    std::unique_ptr<AttentionController> m_attention;
     std::unique_ptr<SyncRunner> m_syncRunner;
     std::unique_ptr<Brimvale_AppDelegate> m_delegate;
+    std::unique_ptr<IdlePromptPresenter> m_idlePrompt;
+    std::unique_ptr<DockAttention> m_dockAttention;
 };

@@ -21,13 +21,16 @@ IdleTimePromptWindowController::IdleTimePromptWindowController(
     , m_clock(clock)
 {
     setObjectName(u"IdleTimePromptWindowController"_s);
-    setWindowTitle(u"Brimvale"_s);
+    setWindowTitle(u"Brimvale: idle time"_s);
     // Above the other windows on every workspace: the user comes back to whichever one is in front.
     setWindowFlag(Qt::WindowStaysOnTopHint);
     setWindowModality(Qt::ApplicationModal);
     setAttribute(Qt::WA_DeleteOnClose);
 
     auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(20, 16, 20, 12);
+    layout->setSpacing(10);
+    setMinimumWidth(340);
     m_idleTimeLabel = new QLabel(this);
     m_idleTimeLabel->setObjectName(u"idleTimeLabel"_s);
     QFont bold = m_idleTimeLabel->font();
