@@ -9,6 +9,7 @@
 #include "model/storecontext.h"
 #include "settings/bvsettings.h"
 #include "settings/computereventsettings.h"
+#include "settings/notificationsettings.h"
 #include "settings/userdefaults.h"
 #include "support/dbusmock.h"
 #include "support/isolatedhome.h"
@@ -75,6 +76,7 @@ private Q_SLOTS:
 
     void sleepStopsAndWakeResumes();
     void idlePromptAnswerCutsTheActivity();
+    void reminderIsPostedThroughTheNotificationServer();
 
 private:
     bool startApp();
@@ -209,6 +211,51 @@ void TestAttentionProcess::idlePromptAnswerCutsTheActivity()
     QCOMPARE(stored.at(0)->text(), text);
     // Cut back to one threshold before the check, which the one-second floor keeps at a second.
     QCOMPARE(stored.at(0)->timeFrom().secsTo(stored.at(0)->timeTo()), 1);
+}
+
+void TestAttentionProcess::reminderIsPostedThroughTheNotificationServer()
+{
+#ifndef BRIMVALE_DESKTOP_NOTIFIER
+    QSKIP("This build has no desktop notifier to post through.");
+#endif
+    auto server
+        = DBusMock::fromTemplate(u"notification_daemon"_s, u"org.freedesktop.Notifications"_s, DBusMock::Bus::Session);
+    QVERIFY(server);
+    {
+        BvSettings::setNotificationsAvailable([] { return true; });
+        UserDefaults defaults(UserDefaults::standardFilePath());
+        BvSettings settings(&defaults);
+        settings.setAppNotificationType(2);
+        settings.reminderNotification()->setInterval(1);
+        settings.reminderNotification()->setDisplayNotification(true);
+        BvSettings::setNotificationsAvailable({});
+    }
+    QVERIFY(startApp());
+    const QString text = u"@Acme #design mock-ups"_s;
+    callApp(u"StartTrack"_s, { text });
+    QTRY_COMPARE(trackedText(), std::optional<QString>(text));
+
+    // One minute after the start the reminder goes out: "Brimvale" / "Are you still working on: ...".
+    QStringList bodies;
+    QTRY_VERIFY_WITH_TIMEOUT(
+        [&] {
+            const QDBusMessage calls = server->mock(u"GetMethodCalls"_s, { u"Notify"_s });
+            const QDBusArgument list = calls.arguments().value(0).value<QDBusArgument>();
+            list.beginArray();
+            while (!list.atEnd()) {
+                quint64 timestamp = 0;
+                QVariantList args;
+                list.beginStructure();
+                list >> timestamp >> args;
+                list.endStructure();
+                if (args.size() >= 5 && args.at(3).toString() == u"Brimvale"_s)
+                    bodies << args.at(4).toString();
+            }
+            list.endArray();
+            return !bodies.isEmpty();
+        }(),
+        75000);
+    QCOMPARE(bodies.value(0), u"Are you still working on: @Acme #design mock-ups"_s);
 }
 
 QTEST_GUILESS_MAIN(TestAttentionProcess)
