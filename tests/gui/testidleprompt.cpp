@@ -35,7 +35,6 @@ private Q_SLOTS:
     void labelCountsWholeMinutes();
     void okRemembersCancelKeeps_data();
     void okRemembersCancelKeeps();
-    void answerInWindowChangesTheJournal();
     void answerByNotificationClosesTheWindow();
 
 private:
@@ -177,27 +176,6 @@ void TestIdlePrompt::okRemembersCancelKeeps()
     QCOMPARE(finished.at(0).at(0).toInt(), result);
     QCOMPARE(m_settings->defaultIdleAction(), defaultAfter);
     QTRY_VERIFY(!guard);
-}
-
-void TestIdlePrompt::answerInWindowChangesTheJournal()
-{
-    m_settings->setDefaultIdleAction(2);
-    IdleTimePromptWindowController *window = openPromptThroughRules();
-    QVERIFY(window);
-    QVERIFY(QTest::qWaitForWindowExposed(window));
-    QVERIFY(window->isModal());
-    QTest::mouseClick(window->findChild<QPushButton *>(u"okButton"_s), Qt::LeftButton);
-
-    QVERIFY(!m_attention->hasIdlePrompt());
-    QCOMPARE(m_centre.removed.size(), 1);
-    auto context = m_store->newContext();
-    QList<ActivityPtr> stored = *context->fetchActivities();
-    std::ranges::sort(stored, {}, &Activity::timeFrom);
-    QCOMPARE(stored.size(), 2);
-    // Checked a threshold and a second after the last input: the idle start is dated a threshold back.
-    QCOMPARE(stored.at(0)->timeTo(), T0.addSecs(1));
-    QCOMPARE(stored.at(1)->timeFrom(), m_clock.now());
-    QCOMPARE(m_manager->currentActivity()->uid(), stored.at(1)->uid());
 }
 
 void TestIdlePrompt::answerByNotificationClosesTheWindow()
