@@ -10,6 +10,7 @@
 #include "attention/bvusernotificationservice.h"
 #include "base/clock.h"
 #include "gui/app/brimvale_appdelegate.h"
+#include "gui/app/editactivitystarttimewindowcontroller.h"
 #include "gui/app/mainwindow.h"
 #include "gui/app/statusbarmenu.h"
 #include "gui/attention/dockattention.h"
@@ -120,6 +121,11 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
     m_dockAttention->setTrackingWindow(&m_delegate->mainWindow());
     connect(m_attention.get(), &AttentionController::mainWindowRequested, m_delegate.get(),
         &Brimvale_AppDelegate::showAndBringMainWindowToFront);
+    // Subtracting idle time changes the running activity under the start-time sheet: the sheet gives up.
+    connect(m_attention.get(), &AttentionController::idlePromptEnded, m_delegate.get(), [this](int response) {
+        if (response != 0 && m_delegate->startTimeSheet())
+            m_delegate->startTimeSheet()->done(0);
+    });
     // While the idle question is open, the controller's menus take no command.
     connect(m_attention.get(), &AttentionController::hasIdlePromptChanged, m_delegate.get(), [this](bool open) {
         m_delegate->mainWindow().menuBar()->setEnabled(!open);

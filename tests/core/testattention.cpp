@@ -369,7 +369,7 @@ void TestAttention::reminderTick()
     setting.setDisplayNotification(flags.contains(u'n'));
     setting.setBounceDock(flags.contains(u'b'));
     setting.setBounceDockRepeat(flags.contains(u'r'));
-    m_attention->setTrackingWindowIsMain(windowIsMain);
+    m_attention->setTrackingWindowIsMain([windowIsMain] { return windowIsMain; });
     QSignalSpy attention(m_attention.get(), &AttentionController::userAttentionRequested);
 
     m_attention->performReminder();

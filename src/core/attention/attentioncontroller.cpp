@@ -121,7 +121,7 @@ void AttentionController::onReminderIntervalChanged(bool ofTrackingState)
 
 void AttentionController::performReminder()
 {
-    if (m_trackingWindowIsMain)
+    if (m_trackingWindowIsMain && m_trackingWindowIsMain())
         return;
     const bool tracking = m_activityManager.isTracking();
     const NotificationSettings *setting

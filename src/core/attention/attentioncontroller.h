@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -54,8 +55,9 @@ public:
     void performReminder();
     // Milliseconds between two ticks; null when no timer is armed.
     std::optional<int> reminderInterval() const;
-    // Whether the main window with the activity line is the active window; a tick then does nothing.
-    void setTrackingWindowIsMain(bool isMain) { m_trackingWindowIsMain = isMain; }
+    // Asked at every tick: whether the main window with the activity line is the active window, in which
+    // case the tick does nothing. Without one, it never is.
+    void setTrackingWindowIsMain(std::function<bool()> isMain) { m_trackingWindowIsMain = std::move(isMain); }
     // Cancels a taskbar attention request that repeats until the app is activated.
     void stopDockBouncing();
     // The app is becoming active: the desktop ends any attention request itself.
@@ -101,7 +103,7 @@ private:
     std::weak_ptr<Activity> m_promptActivity;
 
     QTimer m_reminderTimer;
-    bool m_trackingWindowIsMain = false;
+    std::function<bool()> m_trackingWindowIsMain;
     bool m_repeatingBounceRequested = false;
     bool m_attentionRequestPending = false;
 

@@ -13,13 +13,17 @@ DockAttention::DockAttention(AttentionController &attention, QObject *parent)
     connect(
         &m_attention, &AttentionController::userAttentionCancelled, this, &DockAttention::cancelUserAttentionRequest);
     connect(qApp, &QGuiApplication::applicationStateChanged, this, &DockAttention::onApplicationStateChanged);
-    connect(qApp, &QGuiApplication::focusWindowChanged, this, &DockAttention::updateTrackingWindowIsMain);
+    m_attention.setTrackingWindowIsMain([this] { return trackingWindowIsMain(); });
+}
+
+DockAttention::~DockAttention()
+{
+    m_attention.setTrackingWindowIsMain({});
 }
 
 void DockAttention::setTrackingWindow(QWidget *window)
 {
     m_trackingWindow = window;
-    updateTrackingWindowIsMain();
 }
 
 void DockAttention::requestUserAttention(bool critical)
@@ -39,11 +43,10 @@ void DockAttention::onApplicationStateChanged(Qt::ApplicationState state)
 {
     if (state == Qt::ApplicationActive)
         m_attention.applicationWillBecomeActive();
-    updateTrackingWindowIsMain();
 }
 
-void DockAttention::updateTrackingWindowIsMain()
+bool DockAttention::trackingWindowIsMain() const
 {
-    m_attention.setTrackingWindowIsMain(m_trackingWindow && m_trackingWindow->isVisible()
-        && m_trackingWindow->isActiveWindow() && QGuiApplication::applicationState() == Qt::ApplicationActive);
+    return m_trackingWindow && m_trackingWindow->isVisible() && m_trackingWindow->isActiveWindow()
+        && QGuiApplication::applicationState() == Qt::ApplicationActive;
 }
