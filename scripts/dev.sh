@@ -21,7 +21,7 @@ packages=(
 test_packages=(
   xvfb xauth dbus-x11 python3-dbusmock systemd python3 xdotool imagemagick dunst trayer openbox
   gnome-keyring libsecret-tools python3-dropbox libxml2-utils sqlite3 libbenchmark-dev libreoffice-calc-nogui
-  e2fsprogs timewarrior
+  e2fsprogs timewarrior sway
 )
 
 install_missing() {
