@@ -120,12 +120,27 @@ int runApp(int argc, char **argv, const AppLaunchOptions &options)
     return app.exec();
 }
 
+// Whether a window can open at all: without a display Qt would abort with a message about its plugins.
+bool hasDisplay()
+{
+    return !qEnvironmentVariableIsEmpty("DISPLAY") || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")
+        || !qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM");
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     AppLaunchOptions options;
-    if (isAppLaunch(argumentsOf(argc, argv), &options))
-        return runApp(argc, argv, options);
-    return runCommandLine(argc, argv);
+    if (!isAppLaunch(argumentsOf(argc, argv), &options))
+        return runCommandLine(argc, argv);
+    if (!hasDisplay()) {
+        QCoreApplication app(argc, argv);
+        QTextStream err(stderr);
+        err << "brimvale: no display to open the app on (neither DISPLAY nor WAYLAND_DISPLAY is set); "
+               "the command line works without one:\n\n"
+            << CommandLine().overview() << Qt::flush;
+        return 1;
+    }
+    return runApp(argc, argv, options);
 }

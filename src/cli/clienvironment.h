@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include <QDBusConnection>
 #include <QTextStream>
 
 #include "model/store.h"
@@ -16,6 +17,11 @@ struct CliEnvironment
     StoreOptions storeOptions;
     // The user's export layouts and sync choice, read on first use; commands never write settings.
     std::function<BvSettingsView()> settings;
+    // Where the running app is reached (start, update, stop, status, sync) and how `start` launches it
+    // when none runs: the user's session bus and this executable in the background unless set (tests
+    // hand in a connection of their own and an in-process app).
+    std::function<QDBusConnection()> appBus = {};
+    std::function<bool()> launchApp = {};
 };
 
 // Exit statuses of every command.

@@ -7,7 +7,11 @@
 #include "cli/importcommand.h"
 #include "cli/itemtotalscommand.h"
 #include "cli/listcommand.h"
+#include "cli/startcommand.h"
+#include "cli/statuscommand.h"
+#include "cli/stopcommand.h"
 #include "cli/synccommand.h"
+#include "cli/updatecommand.h"
 
 namespace {
 bool isHelp(const QString &word)
@@ -27,6 +31,10 @@ CommandLine::CommandLine()
     m_commands.push_back(std::make_unique<ExportCommand>());
     m_commands.push_back(std::make_unique<ImportCommand>());
     m_commands.push_back(std::make_unique<SyncCommand>());
+    m_commands.push_back(std::make_unique<StartCommand>());
+    m_commands.push_back(std::make_unique<UpdateCommand>());
+    m_commands.push_back(std::make_unique<StopCommand>());
+    m_commands.push_back(std::make_unique<StatusCommand>());
 }
 
 CommandLine::~CommandLine() = default;

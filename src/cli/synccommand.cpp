@@ -2,6 +2,7 @@
 
 #include <QEventLoop>
 
+#include "cli/appclient.h"
 #include "cli/cliinterrupt.h"
 
 #include "model/store.h"
@@ -28,6 +29,22 @@ int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
         return *done;
     if (!parser.positionalArguments().isEmpty())
         return fail(environment, QStringLiteral("sync takes no arguments (see brimvale sync --help)."));
+
+    // A running app syncs itself: it leaves the activity it tracks out of the files and keeps its sync date.
+    // A folder or a log asked for here is this command's own run.
+    if (!parser.isSet(folder) && !parser.isSet(log)) {
+        AppClient app(AppClient::busFor(environment));
+        if (app.isAppRunning()) {
+            environment.out << QStringLiteral("Syncing in the running Brimvale app...") << Qt::endl;
+            const auto answer = app.sync();
+            if (!answer)
+                return fail(environment, answer.error());
+            if (answer->startsWith(QString::fromLatin1(BVSyncErrors::Title) + QLatin1Char('\n')))
+                return fail(environment, *answer);
+            environment.out << *answer << Qt::endl;
+            return CliExit::Success;
+        }
+    }
 
     std::unique_ptr<BVSyncServiceBackend> backend;
     if (parser.isSet(folder)) {

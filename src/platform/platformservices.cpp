@@ -10,6 +10,7 @@
 #include "platform/idlesourcenull.h"
 #include "platform/idlesourcescreensaver.h"
 #include "platform/keychainnull.h"
+#include "platform/notifierfreedesktop.h"
 #include "platform/notifiernull.h"
 #include "platform/sessioneventscombined.h"
 #include "platform/sessioneventslogind.h"
@@ -80,7 +81,9 @@ PlatformServices &PlatformServices::operator=(PlatformServices &&) noexcept = de
 PlatformServices PlatformServices::forSession()
 {
     PlatformServices services;
-    services.notifier = std::make_unique<NotifierNull>();
+    services.notifier = QDBusConnection::sessionBus().isConnected()
+        ? std::unique_ptr<Notifier>(std::make_unique<NotifierFreedesktop>(QDBusConnection::sessionBus()))
+        : std::make_unique<NotifierNull>();
     services.idleSource = idleSourceForSession();
     services.sessionEvents = sessionEventsForSession();
     services.globalHotKey = std::make_unique<GlobalHotKeyNull>();

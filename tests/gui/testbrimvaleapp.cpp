@@ -112,6 +112,7 @@ private Q_SLOTS:
     void intervalChangesRearmOnlyTheRunningTimer_data();
     void intervalChangesRearmOnlyTheRunningTimer();
     void appearanceChangesAtRunTime();
+    void switchingToATimerShowsItAtOnce();
     void dropboxRedirect_data();
     void dropboxRedirect();
     void startTimeButtonOpensTheSheetOnlyWhileTracking();
@@ -535,6 +536,21 @@ void TestBrimvaleApp::appearanceChangesAtRunTime()
     m_app->settings().setAppAppearance(2);
     QVERIFY(m_app->delegate().statusBarItem());
     QCOMPARE(m_app->delegate().statusBarItem()->title(), u"--:--"_s);
+}
+
+void TestBrimvaleApp::switchingToATimerShowsItAtOnce()
+{
+    setSetting(u"statusbarType"_s, 0);
+    launch(true);
+    typeAndReturn(u"@Acme call"_s);
+    m_clock.advance(125 * 1000);
+    m_app->tracking().updateTrackStatus();
+    QCOMPARE(m_app->delegate().statusBarItem()->title(), QString());
+
+    m_app->settings().setAppStatusbarType(1);
+    QCOMPARE(m_app->delegate().statusBarItem()->title(), u"00:02"_s);
+    m_app->settings().setAppStatusbarType(0);
+    QCOMPARE(m_app->delegate().statusBarItem()->title(), QString());
 }
 
 void TestBrimvaleApp::dropboxRedirect_data()

@@ -190,21 +190,7 @@ void TestBvStatusBarItem::noTimerDrawsThePlainIcon()
 {
     QFETCH(int, type);
     QFETCH(QString, title);
-    const QImage plain = BvStatusBarItem::renderIcon(0, QString(), 22);
-    QCOMPARE(BvStatusBarItem::renderIcon(type, title, 22), plain);
-    // The plain icon is dark with a light rim: some pixels of each kind.
-    int dark = 0;
-    int light = 0;
-    const QImage argb = plain.convertToFormat(QImage::Format_ARGB32);
-    for (int y = 0; y < 22; ++y) {
-        for (int x = 0; x < 22; ++x) {
-            const QRgb pixel = argb.pixel(x, y);
-            dark += isBadgePixel(pixel);
-            light += isTextPixel(pixel);
-        }
-    }
-    QVERIFY(dark > 100);
-    QVERIFY(light > 20);
+    QCOMPARE(BvStatusBarItem::renderIcon(type, title, 22), BvStatusBarItem::renderIcon(0, QString(), 22));
 }
 
 void TestBvStatusBarItem::showsOnlyWhereATrayExists_data()

@@ -28,7 +28,6 @@ private Q_SLOTS:
     void boundsFollowTheStart_data();
     void boundsFollowTheStart();
     void setMovesTheStoredStart();
-    void pickerKeepsToTheBounds();
     void cancelKeepsTheStart();
     void nothingRunningOffersNoSet();
     void stoppedWhileOpenClosesWithoutSetting();
@@ -142,16 +141,6 @@ void TestEditActivityStartTimeWindowController::setMovesTheStoredStart()
     // Touched on set: the stored end is now.
     QCOMPARE(m_manager->currentActivity()->timeTo(), m_clock.now());
     QCOMPARE(m_tracking->trackedSeconds(), 5 * 3600 + 42);
-}
-
-void TestEditActivityStartTimeWindowController::pickerKeepsToTheBounds()
-{
-    startAgo(7200);
-    EditActivityStartTimeWindowController sheet(*m_tracking, &m_window);
-    sheet.setPickedDateTime(m_clock.now().addSecs(-3 * 86400));
-    QCOMPARE(sheet.pickedDateTime(), m_clock.now().addSecs(-86400).toLocalTime());
-    sheet.setPickedDateTime(m_clock.now().addSecs(3600));
-    QCOMPARE(sheet.pickedDateTime(), m_clock.now().toLocalTime());
 }
 
 void TestEditActivityStartTimeWindowController::cancelKeepsTheStart()

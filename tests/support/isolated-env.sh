@@ -11,4 +11,7 @@ export XDG_CONFIG_HOME="$root/config"
 export XDG_CACHE_HOME="$root/cache"
 export XDG_RUNTIME_DIR="$root/runtime"
 export TMPDIR="$root/tmp"
+# No test reaches the user's session bus (a running Brimvale would answer `brimvale sync`); tests that need
+# a bus get a private one from dbus-run-session, which replaces this address.
+export DBUS_SESSION_BUS_ADDRESS="unix:path=$root/runtime/no-session-bus"
 "$@"

@@ -39,6 +39,12 @@ BrimvaleDBusService::~BrimvaleDBusService()
         QDBusConnection connection = pending.connection;
         connection.send(pending.call.createErrorReply(QDBusError::NoServer, QStringLiteral("Brimvale quit.")));
     }
+    // The name goes with the interface: a new app can start while this one finishes saving.
+    if (m_registered) {
+        QDBusConnection bus = QDBusConnection::sessionBus();
+        bus.unregisterObject(QString::fromLatin1(BrimvaleDBus::ObjectPath));
+        bus.unregisterService(QString::fromLatin1(BrimvaleDBus::ServiceName));
+    }
 }
 
 bool BrimvaleDBusService::registerOnSessionBus()
@@ -63,6 +69,7 @@ bool BrimvaleDBusService::registerOnSessionBus()
         bus.unregisterObject(path);
         return false;
     }
+    m_registered = true;
     return true;
 }
 
@@ -77,7 +84,7 @@ QString BrimvaleDBusService::StartTrack(const QString &text)
 QString BrimvaleDBusService::UpdateTrack(const QString &text)
 {
     m_tracking.setActivityText(text);
-    if (m_tracking.doUpdateTrack())
+    if (m_tracking.doUpdateTrack(false))
         return QLatin1String("");
     return m_tracking.messageText();
 }

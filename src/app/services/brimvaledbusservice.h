@@ -25,6 +25,7 @@ class BrimvaleDBusService : public QObject, protected QDBusContext
 public:
     // Neither is owned; both outlive this object.
     BrimvaleDBusService(TrackingController &tracking, SyncRunner &sync, QObject *parent = nullptr);
+    // Gives up the interface and the name.
     ~BrimvaleDBusService() override;
 
     // Publishes the object on the session bus and holds the service name (kept if SingleInstance::claim()
@@ -49,7 +50,8 @@ public Q_SLOTS:
     Q_SCRIPTABLE QString Sync();
 
 Q_SIGNALS:
-    // Tracking started or stopped; arguments as Status() answers them.
+    // Tracking started, stopped, or the running activity changed its text or start; arguments as Status()
+    // answers them.
     Q_SCRIPTABLE void TrackingChanged(bool tracking, const QString &text, qint64 startSecs);
     // A second `brimvale` or a script asks for the main window.
     void showMainWindowRequested();
@@ -69,4 +71,5 @@ private:
     TrackingController &m_tracking;
     SyncRunner &m_sync;
     QList<PendingSync> m_pendingSyncs;
+    bool m_registered = false;
 };

@@ -1,5 +1,7 @@
 #include "gui/app/activitytextview.h"
 
+#include <algorithm>
+
 #include <QAbstractItemView>
 #include <QApplication>
 #include <QCompleter>
@@ -35,6 +37,16 @@ bool endsCompletion(int key)
     default:
         return false;
     }
+}
+
+// Whether the key typed something. Shortcuts (Ctrl+C) and keys such as Tab carry text too, but type nothing.
+// AltGr, which types "@" on many layouts, is not a Control or Meta modifier.
+bool typesText(const QKeyEvent &event)
+{
+    const QString text = event.text();
+    if (text.isEmpty() || (event.modifiers() & (Qt::ControlModifier | Qt::MetaModifier)))
+        return false;
+    return std::all_of(text.cbegin(), text.cend(), [](QChar c) { return c.isPrint(); });
 }
 
 QString withoutLineBreaks(QString text)
@@ -142,7 +154,7 @@ void ActivityTextView::keyPressEvent(QKeyEvent *event)
         }
     }
     QPlainTextEdit::keyPressEvent(event);
-    if (endsCompletion(key) || event->text().isEmpty()) {
+    if (endsCompletion(key) || !typesText(*event)) {
         if (key != Qt::Key_Shift && key != Qt::Key_Control && key != Qt::Key_Alt && key != Qt::Key_Meta)
             hideCompletion();
         return;

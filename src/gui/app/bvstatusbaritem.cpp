@@ -133,7 +133,6 @@ void BvStatusBarItem::updateIcon()
 
 void BvStatusBarItem::setVisible(bool visible)
 {
-    m_visible = visible;
     m_tray->setVisible(visible && isAvailable());
 }
 

@@ -70,5 +70,4 @@ private:
     QString m_trackingText;
     // What the current icon shows: drawn again only when this changes.
     QString m_iconKey;
-    bool m_visible = false;
 };

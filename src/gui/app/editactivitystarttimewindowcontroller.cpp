@@ -49,6 +49,8 @@ EditActivityStartTimeWindowController::EditActivityStartTimeWindowController(
     layout->addWidget(m_picker);
     layout->addWidget(m_minDateLabel);
     layout->addWidget(buttons);
+    // Wide enough for the title bar to show the whole title.
+    setMinimumWidth(fontMetrics().horizontalAdvance(windowTitle()) * 2 + 80);
 
     const TrackingController::StartTimeBounds bounds = m_tracking.startTimeBounds();
     const ActivityPtr current = m_tracking.activityManager().currentActivity();
