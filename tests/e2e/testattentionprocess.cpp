@@ -79,7 +79,7 @@ private Q_SLOTS:
     void reminderIsPostedThroughTheNotificationServer();
 
 private:
-    bool startApp();
+    bool startApp(const QStringList &arguments = {});
     QList<ActivityPtr> storedActivities();
 
     std::unique_ptr<IsolatedHome> m_home;
@@ -111,11 +111,11 @@ void TestAttentionProcess::cleanup()
     m_home.reset();
 }
 
-bool TestAttentionProcess::startApp()
+bool TestAttentionProcess::startApp(const QStringList &arguments)
 {
     m_app = std::make_unique<QProcess>();
     m_app->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-    m_app->start(QStringLiteral(BRIMVALE_EXECUTABLE), {});
+    m_app->start(QStringLiteral(BRIMVALE_EXECUTABLE), arguments);
     if (!m_app->waitForStarted(5000))
         return false;
     QElapsedTimer waited;
@@ -224,13 +224,16 @@ void TestAttentionProcess::reminderIsPostedThroughTheNotificationServer()
     {
         BvSettings::setNotificationsAvailable([] { return true; });
         UserDefaults defaults(UserDefaults::standardFilePath());
+        // Over the defaults the app registers, so that each value that differs from them is written.
+        defaults.registerDefaultsFromResource();
         BvSettings settings(&defaults);
         settings.setAppNotificationType(2);
         settings.reminderNotification()->setInterval(1);
         settings.reminderNotification()->setDisplayNotification(true);
         BvSettings::setNotificationsAvailable({});
     }
-    QVERIFY(startApp());
+    // Started at login: the main window stays closed, so nothing keeps the reminder quiet.
+    QVERIFY(startApp({ u"launchFromHelper"_s }));
     const QString text = u"@Acme #design mock-ups"_s;
     callApp(u"StartTrack"_s, { text });
     QTRY_COMPARE(trackedText(), std::optional<QString>(text));

@@ -95,8 +95,11 @@ void AttentionController::setReminderTimer()
     stopReminderTimer();
     const NotificationSettings *setting
         = m_activityManager.isTracking() ? m_settings.reminderNotification() : m_settings.notTrackingNotification();
-    if (setting->enabled())
+    if (setting->enabled()) {
         m_reminderTimer.start(setting->interval() * 60 * 1000);
+        qCDebug(lcAttention) << "Attention timer every" << setting->interval() << "min while"
+                             << (m_activityManager.isTracking() ? "tracking" : "not tracking");
+    }
 }
 
 void AttentionController::stopReminderTimer()
@@ -121,13 +124,16 @@ void AttentionController::onReminderIntervalChanged(bool ofTrackingState)
 
 void AttentionController::performReminder()
 {
-    if (m_trackingWindowIsMain && m_trackingWindowIsMain())
+    if (m_trackingWindowIsMain && m_trackingWindowIsMain()) {
+        qCDebug(lcAttention) << "Reminder skipped: the main window is in front";
         return;
+    }
     const bool tracking = m_activityManager.isTracking();
     const NotificationSettings *setting
         = tracking ? m_settings.reminderNotification() : m_settings.notTrackingNotification();
     if (setting->displayNotification()) {
         const int type = m_settings.appNotificationType();
+        qCDebug(lcAttention) << "Reminder: notification of type" << type;
         if (tracking)
             m_notifications.showActivityReminderNotification(type, m_activityManager.currentActivity()->text());
         else
