@@ -47,7 +47,6 @@ private Q_SLOTS:
     void reminderTick_data();
     void reminderTick();
     void onlyARepeatingRequestIsCancelled();
-    void clickOnNotificationAsksForMainWindow();
     void computerEvents_data();
     void computerEvents();
 
@@ -406,17 +405,6 @@ void TestAttention::onlyARepeatingRequestIsCancelled()
     m_attention->applicationWillBecomeActive();
     m_attention->stopDockBouncing();
     QCOMPARE(cancelled.size(), 1);
-}
-
-void TestAttention::clickOnNotificationAsksForMainWindow()
-{
-    QSignalSpy shown(m_attention.get(), &AttentionController::mainWindowRequested);
-    m_notifications->showNotTrackingNotification(2);
-    m_centre.click(m_centre.delivered.at(0).name, u"default"_s);
-    QCOMPARE(shown.size(), 1);
-    // Not an answer to an idle question that is not open.
-    m_centre.click(u"Idle time"_s, u"subtract-and-stop"_s);
-    QCOMPARE(m_attention->hasIdlePrompt(), false);
 }
 
 void TestAttention::computerEvents_data()

@@ -1,16 +1,8 @@
 #include <QtTest>
 #include <QtWidgets>
 
-#include "attention/attentioncontroller.h"
-#include "attention/bvusernotificationservice.h"
 #include "fakes/fakeclock.h"
-#include "fakes/fakeidlesource.h"
-#include "fakes/fakenotificationcentre.h"
-#include "gui/attention/idlepromptpresenter.h"
 #include "gui/attention/idletimepromptwindowcontroller.h"
-#include "model/activitymanager.h"
-#include "model/store.h"
-#include "model/storecontext.h"
 #include "settings/bvsettings.h"
 #include "settings/userdefaults.h"
 #include "support/isolatedhome.h"
@@ -35,65 +27,27 @@ private Q_SLOTS:
     void labelCountsWholeMinutes();
     void okRemembersCancelKeeps_data();
     void okRemembersCancelKeeps();
-    void answerByNotificationClosesTheWindow();
 
 private:
-    IdleTimePromptWindowController *openPromptThroughRules();
-
     std::unique_ptr<IsolatedHome> m_home;
     FakeClock m_clock { T0 };
-    FakeIdleSource m_idle;
-    FakeNotificationCentre m_centre;
-    std::unique_ptr<Store> m_store;
-    std::unique_ptr<ActivityManager> m_manager;
     std::unique_ptr<UserDefaults> m_defaults;
     std::unique_ptr<BvSettings> m_settings;
-    std::unique_ptr<BvUserNotificationService> m_notifications;
-    std::unique_ptr<AttentionController> m_attention;
-    std::unique_ptr<IdlePromptPresenter> m_presenter;
 };
 
 void TestIdlePrompt::init()
 {
     m_clock.set(T0);
-    m_centre.delivered.clear();
     m_home = std::make_unique<IsolatedHome>();
-    StoreOptions options;
-    options.applicationFilesDirectory = m_home->applicationFilesDirectory();
-    options.clock = &m_clock;
-    m_store = std::move(*Store::open(options));
-    m_manager = std::make_unique<ActivityManager>(*m_store);
     m_defaults = std::make_unique<UserDefaults>(m_home->configHome() + u"/Brimvale.conf"_s);
     m_settings = std::make_unique<BvSettings>(m_defaults.get());
-    m_notifications = std::make_unique<BvUserNotificationService>(m_centre);
-    m_attention = std::make_unique<AttentionController>(*m_manager, *m_settings, m_clock, m_idle, *m_notifications);
-    m_presenter = std::make_unique<IdlePromptPresenter>(*m_attention, *m_settings, m_clock);
-    connect(m_manager.get(), &ActivityManager::activityManagerStarted, m_attention.get(),
-        &AttentionController::enableDisableIdleTimer);
-    connect(m_manager.get(), &ActivityManager::activityManagerStopped, m_attention.get(),
-        &AttentionController::enableDisableIdleTimer);
 }
 
 void TestIdlePrompt::cleanup()
 {
-    m_presenter.reset();
-    m_attention.reset();
-    m_notifications.reset();
     m_settings.reset();
     m_defaults.reset();
-    m_manager.reset();
-    m_store.reset();
     m_home.reset();
-}
-
-IdleTimePromptWindowController *TestIdlePrompt::openPromptThroughRules()
-{
-    m_settings->setIdleTimeoutDetection(true);
-    m_manager->startTrack(u"@Acme mock-ups"_s);
-    m_idle.touch(T0);
-    m_clock.set(T0.addSecs(15 * 60 + 1));
-    m_attention->idleTimer().check();
-    return m_presenter->window();
 }
 
 void TestIdlePrompt::choicesInOrderWithTheRememberedDefault_data()
@@ -176,20 +130,6 @@ void TestIdlePrompt::okRemembersCancelKeeps()
     QCOMPARE(finished.at(0).at(0).toInt(), result);
     QCOMPARE(m_settings->defaultIdleAction(), defaultAfter);
     QTRY_VERIFY(!guard);
-}
-
-void TestIdlePrompt::answerByNotificationClosesTheWindow()
-{
-    IdleTimePromptWindowController *window = openPromptThroughRules();
-    QVERIFY(window);
-    QPointer<IdleTimePromptWindowController> guard(window);
-    QVERIFY(QTest::qWaitForWindowExposed(window));
-    const FakeNotificationCentre::Delivered question = m_centre.delivered.value(0);
-    QCOMPARE(question.actions.value(0).second, u"Subtract and stop"_s);
-    m_centre.click(question.name, question.actions.value(0).first);
-    QTRY_VERIFY(!guard);
-    QVERIFY(!m_manager->isTracking());
-    QVERIFY(!m_attention->hasIdlePrompt());
 }
 
 QTEST_MAIN(TestIdlePrompt)
