@@ -1,18 +1,28 @@
 # One call registers one QtTest suite:
 #   bv_add_test(NAME testfoo SOURCES a.cpp LIBS brimvale-core LABELS core [TZ Europe/Berlin] [LOCALE en_US.UTF-8]
-#               [BUS] [E2E])
+#               [BUS] [SYSTEM_BUS] [WAYLAND] [E2E])
 # Every test runs through tests/support/isolated-env.sh, which gives it a fresh HOME and XDG folders, so no
-# test can touch the user's real data. BUS adds a private session bus; E2E adds Xvfb as well.
+# test can touch the user's real data. BUS adds a private session bus; SYSTEM_BUS a private stand-in for the
+# system bus as well; WAYLAND a headless Wayland compositor where one is installed; E2E adds Xvfb and a
+# session bus.
 set(BV_ISOLATE ${CMAKE_SOURCE_DIR}/tests/support/isolated-env.sh)
 set(BV_E2E_WRAPPER ${CMAKE_SOURCE_DIR}/tests/support/run-e2e.sh)
+set(BV_SYSTEM_BUS ${CMAKE_SOURCE_DIR}/tests/support/with-system-bus.sh)
+set(BV_WAYLAND ${CMAKE_SOURCE_DIR}/tests/support/with-wayland-compositor.sh)
 
 function(bv_add_test)
-    cmake_parse_arguments(T "BUS;E2E" "NAME;TZ;LOCALE" "SOURCES;LIBS;LABELS" ${ARGN})
+    cmake_parse_arguments(T "BUS;SYSTEM_BUS;WAYLAND;E2E" "NAME;TZ;LOCALE" "SOURCES;LIBS;LABELS" ${ARGN})
     add_executable(${T_NAME} ${T_SOURCES})
     target_link_libraries(${T_NAME} PRIVATE brimvale-flags brimvale-test-support Qt6::Test ${T_LIBS})
     set(launcher ${BV_ISOLATE})
-    if(T_E2E)
+    if(T_E2E AND T_SYSTEM_BUS)
+        set(launcher ${BV_E2E_WRAPPER} ${BV_SYSTEM_BUS})
+    elseif(T_E2E)
         set(launcher ${BV_E2E_WRAPPER})
+    elseif(T_SYSTEM_BUS)
+        set(launcher ${BV_ISOLATE} dbus-run-session -- ${BV_SYSTEM_BUS})
+    elseif(T_WAYLAND)
+        set(launcher ${BV_ISOLATE} ${BV_WAYLAND})
     elseif(T_BUS)
         set(launcher ${BV_ISOLATE} dbus-run-session --)
     endif()

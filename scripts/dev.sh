@@ -13,6 +13,7 @@ packages=(
   cmake ninja-build g++ pkg-config
   qt6-base-dev qt6-base-dev-tools qt6-svg-dev qt6-qpa-plugins qt6-wayland libqt6sql6-sqlite
   qtkeychain-qt6-dev libsecret-1-0 libsqlite3-dev dbus
+  libxcb-screensaver0-dev libxcb-dpms0-dev libwayland-dev wayland-protocols plasma-wayland-protocols
 )
 # What only the test suite and the benchmarks need: a headless display and window manager, a private bus
 # with mocked services, tray and notification hosts, input and screenshot tools, the keyring, the office
@@ -20,7 +21,7 @@ packages=(
 test_packages=(
   xvfb xauth dbus-x11 python3-dbusmock systemd python3 xdotool imagemagick dunst trayer openbox
   gnome-keyring libsecret-tools python3-dropbox libxml2-utils sqlite3 libbenchmark-dev libreoffice-calc-nogui
-  e2fsprogs timewarrior nodejs desktop-file-utils hicolor-icon-theme
+  e2fsprogs timewarrior nodejs desktop-file-utils hicolor-icon-theme sway
 )
 
 install_missing() {

@@ -1,15 +1,26 @@
 #include "app/brimvaleapplication.h"
 
 #include <QCoreApplication>
+#include <QMenuBar>
 #include <QSystemTrayIcon>
 
 #include "app/trackingcontroller.h"
+#include "attention/attentioncontroller.h"
+#include "attention/bvusernotificationservice.h"
 #include "base/clock.h"
 #include "gui/app/brimvale_appdelegate.h"
+#include "gui/app/editactivitystarttimewindowcontroller.h"
+#include "gui/app/mainwindow.h"
+#include "gui/app/statusbarmenu.h"
+#include "gui/attention/dockattention.h"
+#include "gui/attention/idlepromptpresenter.h"
 #include "model/activitymanager.h"
 #include "model/store.h"
 #include "platform/dropboxagentclient.h"
+#include "platform/idlesource.h"
+#include "platform/notificationcentrenotifier.h"
 #include "platform/notifier.h"
+#include "platform/sessionevents.h"
 #include "settings/bvsettings.h"
 #include "settings/loginitemservice.h"
 #include "settings/userdefaults.h"
@@ -40,11 +51,16 @@ BrimvaleApplication::BrimvaleApplication(PlatformServices services, AppEnvironme
 // The parts refer to each other: the controller goes first, the store last.
 BrimvaleApplication::~BrimvaleApplication()
 {
+    m_dockAttention.reset();
+    m_idlePrompt.reset();
     m_delegate.reset();
     m_syncManager.reset();
     m_dropboxAccount.reset();
     m_upgradeHelper.reset();
     m_dropboxAgent.reset();
+    m_attention.reset();
+    m_notifications.reset();
+    m_notificationCentre.reset();
     m_tracking.reset();
     m_activityManager.reset();
     m_store.reset();
@@ -85,6 +101,24 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
         RecentItemsOptions { m_settings->recentItemsCount(), m_settings->recentItemsOrderedByDate(),
             m_settings->recentItemsExcludeInvoiced() });
     m_tracking = std::make_unique<TrackingController>(*m_activityManager, *m_settings, *m_environment.clock);
+    // The attention rules follow the tracking controller's seams from the launch's first stop on.
+    m_notificationCentre = std::make_unique<NotificationCentreNotifier>(*m_services.notifier);
+    m_notifications = std::make_unique<BvUserNotificationService>(*m_notificationCentre);
+    m_attention = std::make_unique<AttentionController>(
+        *m_activityManager, *m_settings, *m_environment.clock, *m_services.idleSource, *m_notifications);
+    connect(m_tracking.get(), &TrackingController::attentionTimerRearmRequested, m_attention.get(),
+        &AttentionController::setReminderTimer);
+    connect(m_tracking.get(), &TrackingController::idleTimerUpdateRequested, m_attention.get(),
+        &AttentionController::enableDisableIdleTimer);
+    connect(m_tracking.get(), &TrackingController::dockBouncingStopRequested, m_attention.get(),
+        &AttentionController::stopDockBouncing);
+    SessionEvents *sessionEvents = m_services.sessionEvents.get();
+    connect(m_tracking.get(), &TrackingController::trackingChanged, sessionEvents,
+        [sessionEvents](bool tracking) { sessionEvents->setTracking(tracking); });
+    connect(sessionEvents, &SessionEvents::computerEventDidStart, m_attention.get(),
+        &AttentionController::computerEventDidStart);
+    connect(sessionEvents, &SessionEvents::computerEventDidStop, m_attention.get(),
+        &AttentionController::computerEventDidStop);
     makeSync();
     m_delegate = std::make_unique<Brimvale_AppDelegate>(
         Brimvale_AppDelegate::Parts { *m_tracking, *m_settings, *m_services.globalHotKey, *m_services.notifier,
@@ -95,7 +129,26 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
         QCoreApplication::quit();
     });
 
+    m_idlePrompt = std::make_unique<IdlePromptPresenter>(*m_attention, *m_settings, *m_environment.clock);
+    m_dockAttention = std::make_unique<DockAttention>(*m_attention);
+    m_dockAttention->setTrackingWindow(&m_delegate->mainWindow());
+    connect(m_attention.get(), &AttentionController::mainWindowRequested, m_delegate.get(),
+        &Brimvale_AppDelegate::showAndBringMainWindowToFront);
+    // Subtracting idle time changes the running activity under the start-time sheet: the sheet gives up.
+    connect(m_attention.get(), &AttentionController::idlePromptEnded, m_delegate.get(), [this](int response) {
+        if (response != 0 && m_delegate->startTimeSheet())
+            m_delegate->startTimeSheet()->done(0);
+    });
+    // While the idle question is open, the controller's menus take no command.
+    connect(m_attention.get(), &AttentionController::hasIdlePromptChanged, m_delegate.get(), [this](bool open) {
+        m_delegate->mainWindow().menuBar()->setEnabled(!open);
+        if (QMenu *menu = m_delegate->statusBarMenu())
+            menu->setEnabled(!open);
+    });
+
     m_delegate->applicationDidFinishLaunching(options.launchFromHelper);
+    // Sleep, screen sleep, screensaver and lock reach the rules from here on.
+    sessionEvents->start();
     if (!options.url.isEmpty())
         openUrl(options.url);
     return {};
@@ -105,6 +158,12 @@ TrackingController &BrimvaleApplication::tracking()
 {
     Q_ASSERT(m_tracking);
     return *m_tracking;
+}
+
+AttentionController &BrimvaleApplication::attention()
+{
+    Q_ASSERT(m_attention);
+    return *m_attention;
 }
 
 Brimvale_AppDelegate &BrimvaleApplication::delegate()

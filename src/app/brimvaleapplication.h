@@ -13,7 +13,12 @@
 #include "sync/bvsyncmanager.h"
 
 class ActivityManager;
+class AttentionController;
 class Brimvale_AppDelegate;
+class BvUserNotificationService;
+class DockAttention;
+class IdlePromptPresenter;
+class UserNotificationCentre;
 class BvSettings;
 class BVDropboxSettings;
 class BVDropboxUpgradeHelper;
@@ -67,6 +72,8 @@ public:
 
     // Valid after a successful launch.
     TrackingController &tracking();
+    // The idle, reminder and computer-event rules.
+    AttentionController &attention();
     Brimvale_AppDelegate &delegate();
     BvSettings &settings();
     Store &store();
@@ -105,5 +112,10 @@ private:
     std::unique_ptr<BVDropboxSyncBackend> m_dropboxAccount;
     std::unique_ptr<BVDropboxUpgradeHelper> m_upgradeHelper;
     std::unique_ptr<BVSyncManager> m_syncManager;
+    std::unique_ptr<UserNotificationCentre> m_notificationCentre;
+    std::unique_ptr<BvUserNotificationService> m_notifications;
+    std::unique_ptr<AttentionController> m_attention;
     std::unique_ptr<Brimvale_AppDelegate> m_delegate;
+    std::unique_ptr<IdlePromptPresenter> m_idlePrompt;
+    std::unique_ptr<DockAttention> m_dockAttention;
 };

@@ -1,14 +1,77 @@
 #include "platform/platformservices.h"
 
 #include <QDBusConnection>
+#include <QLoggingCategory>
+#include <QStringList>
 
 #include "platform/autostartxdg.h"
 #include "platform/globalhotkeynull.h"
+#include "platform/idlesourcemutter.h"
 #include "platform/idlesourcenull.h"
+#include "platform/idlesourcescreensaver.h"
 #include "platform/keychainqt.h"
 #include "platform/notifierfreedesktop.h"
 #include "platform/notifiernull.h"
-#include "platform/sessioneventsnull.h"
+#include "platform/sessioneventscombined.h"
+#include "platform/sessioneventslogind.h"
+#include "platform/sessioneventsmutterdisplay.h"
+#include "platform/sessioneventsscreensaver.h"
+#ifdef BRIMVALE_HAVE_XCB
+#include "platform/idlesourcex11.h"
+#include "platform/sessioneventsdpms.h"
+#endif
+#ifdef BRIMVALE_HAVE_WAYLAND
+#include "platform/idlesourcewayland.h"
+#endif
+
+namespace {
+Q_LOGGING_CATEGORY(lcPlatform, "brimvale.platform")
+
+bool isWaylandSession()
+{
+    return qEnvironmentVariable("XDG_SESSION_TYPE") == QLatin1String("wayland")
+        || qEnvironmentVariableIsSet("WAYLAND_DISPLAY");
+}
+
+// The first source that works in this session; else one that says why none does.
+std::unique_ptr<IdleSource> idleSourceForSession()
+{
+    const bool wayland = isWaylandSession();
+    std::vector<std::unique_ptr<IdleSource>> candidates;
+    candidates.push_back(std::make_unique<IdleSourceMutter>(QDBusConnection::sessionBus()));
+#ifdef BRIMVALE_HAVE_WAYLAND
+    if (wayland)
+        candidates.push_back(std::make_unique<IdleSourceWayland>(QString()));
+#endif
+    candidates.push_back(std::make_unique<IdleSourceScreenSaver>(QDBusConnection::sessionBus(), wayland));
+#ifdef BRIMVALE_HAVE_XCB
+    candidates.push_back(std::make_unique<IdleSourceX11>(QString(), wayland));
+#endif
+    QStringList reasons;
+    for (auto &candidate : candidates) {
+        if (candidate->isAvailable()) {
+            qCInfo(lcPlatform).noquote() << "Idle time from" << candidate->name();
+            return std::move(candidate);
+        }
+        reasons << candidate->unavailableReason();
+    }
+    return std::make_unique<IdleSourceNull>(reasons.join(QLatin1Char(' ')));
+}
+
+std::unique_ptr<SessionEvents> sessionEventsForSession()
+{
+    std::vector<std::unique_ptr<SessionEvents>> sources;
+    sources.push_back(
+        std::make_unique<SessionEventsLogind>(QDBusConnection::systemBus(), qEnvironmentVariable("XDG_SESSION_ID")));
+    sources.push_back(std::make_unique<SessionEventsScreenSaver>(QDBusConnection::sessionBus()));
+    sources.push_back(std::make_unique<SessionEventsMutterDisplay>(QDBusConnection::sessionBus()));
+#ifdef BRIMVALE_HAVE_XCB
+    if (auto dpms = std::make_unique<SessionEventsDpms>(QString(), isWaylandSession()); dpms->isAvailable())
+        sources.push_back(std::move(dpms));
+#endif
+    return std::make_unique<SessionEventsCombined>(std::move(sources));
+}
+} // namespace
 
 PlatformServices::PlatformServices() = default;
 PlatformServices::~PlatformServices() = default;
@@ -21,9 +84,8 @@ PlatformServices PlatformServices::forSession()
     services.notifier = QDBusConnection::sessionBus().isConnected()
         ? std::unique_ptr<Notifier>(std::make_unique<NotifierFreedesktop>(QDBusConnection::sessionBus()))
         : std::make_unique<NotifierNull>();
-    services.idleSource
-        = std::make_unique<IdleSourceNull>(QStringLiteral("No source of idle time works in this session."));
-    services.sessionEvents = std::make_unique<SessionEventsNull>();
+    services.idleSource = idleSourceForSession();
+    services.sessionEvents = sessionEventsForSession();
     services.globalHotKey = std::make_unique<GlobalHotKeyNull>();
     services.keychain = std::make_unique<KeychainQt>();
     services.loginItems = std::make_unique<AutostartXdg>();
