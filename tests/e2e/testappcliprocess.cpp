@@ -10,42 +10,19 @@
 
 #include "model/store.h"
 #include "model/storecontext.h"
+#include "support/appprocess.h"
 #include "support/isolatedhome.h"
 
 using namespace Qt::StringLiterals;
 
+using AppProcess::mainWindowShown;
+using Run = AppProcess::Run;
+
 namespace {
-
-const QString Service = u"com.brimvaleapp.Brimvale"_s;
-
-struct Run
-{
-    int status = -1;
-    QString out;
-    QString err;
-};
 
 Run brimvale(const QStringList &arguments)
 {
-    QProcess process;
-    process.start(QStringLiteral(BRIMVALE_EXECUTABLE), arguments);
-    Run run;
-    if (!process.waitForFinished(20000) || process.exitStatus() != QProcess::NormalExit)
-        return run;
-    run.status = process.exitCode();
-    run.out = QString::fromUtf8(process.readAllStandardOutput());
-    run.err = QString::fromUtf8(process.readAllStandardError());
-    return run;
-}
-
-bool appRuns()
-{
-    return QDBusConnection::sessionBus().interface()->isServiceRegistered(Service).value();
-}
-
-bool mainWindowShown()
-{
-    return QProcess::execute(u"xdotool"_s, { u"search"_s, u"--onlyvisible"_s, u"--name"_s, u"^Brimvale$"_s }) == 0;
+    return AppProcess::run(QStringLiteral(BRIMVALE_EXECUTABLE), arguments);
 }
 
 QString readLine(QProcess &process)
@@ -82,12 +59,7 @@ void TestAppCliProcess::init()
 void TestAppCliProcess::cleanup()
 {
     // The app was launched detached: it is found through its bus name.
-    if (appRuns()) {
-        const uint pid = QDBusConnection::sessionBus().interface()->servicePid(Service).value();
-        if (pid > 0)
-            ::kill(pid_t(pid), SIGTERM);
-        QTRY_VERIFY_WITH_TIMEOUT(!appRuns(), 10000);
-    }
+    QVERIFY(AppProcess::terminateOwner());
     m_home.reset();
 }
 
@@ -112,7 +84,7 @@ void TestAppCliProcess::startLaunchesTheAppAndTheOtherCommandsFollowIt()
     run = brimvale({ u"start"_s, u"@Acme #design mock-ups"_s });
     QCOMPARE(run.err, QString());
     QCOMPARE(run.status, 0);
-    QVERIFY(appRuns());
+    QVERIFY(AppProcess::registered());
     // Launched as at login: the window stays closed.
     QVERIFY(!mainWindowShown());
 

@@ -11,37 +11,21 @@
 
 #include "fakes/fakedropbox.h"
 #include "settings/userdefaults.h"
+#include "support/appprocess.h"
 
 using namespace Qt::StringLiterals;
 
+using AppProcess::registered;
+using Run = AppProcess::Run;
+
 namespace {
-
-const QString AppService = u"com.brimvaleapp.Brimvale"_s;
-
-struct Run
-{
-    int status = -1;
-    QString out;
-    QString err;
-};
 
 Run brimvale(const QStringList &arguments)
 {
-    QProcess process;
-    process.start(QStringLiteral(BRIMVALE_EXECUTABLE), arguments);
-    Run run;
-    if (!process.waitForFinished(60000) || process.exitStatus() != QProcess::NormalExit)
-        return run;
-    run.status = process.exitCode();
-    run.out = QString::fromUtf8(process.readAllStandardOutput());
-    run.err = QString::fromUtf8(process.readAllStandardError());
-    return run;
+    return AppProcess::run(QStringLiteral(BRIMVALE_EXECUTABLE), arguments, 60000);
 }
 
-bool registered(const QString &name)
-{
-    return QDBusConnection::sessionBus().interface()->isServiceRegistered(name).value();
-}
+const QString AppService = u"com.brimvaleapp.Brimvale"_s;
 
 void stop(const QString &busName)
 {

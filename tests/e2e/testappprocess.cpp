@@ -10,44 +10,14 @@
 
 #include "model/store.h"
 #include "model/storecontext.h"
+#include "support/appprocess.h"
 #include "support/isolatedhome.h"
 
 using namespace Qt::StringLiterals;
 
-namespace {
-
-const QString Service = u"com.brimvaleapp.Brimvale"_s;
-
-// Status() of the running app over the session bus: tracking, text, start in Unix seconds.
-struct AppStatus
-{
-    bool answered = false;
-    bool tracking = false;
-    QString text;
-    qint64 startSecs = 0;
-};
-
-AppStatus appStatus()
-{
-    QDBusMessage call = QDBusMessage::createMethodCall(
-        Service, u"/com/brimvaleapp/Brimvale"_s, u"com.brimvaleapp.Brimvale1"_s, u"Status"_s);
-    const QDBusMessage reply = QDBusConnection::sessionBus().call(call, QDBus::Block, 5000);
-    AppStatus status;
-    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 3)
-        return status;
-    status.answered = true;
-    status.tracking = reply.arguments().at(0).toBool();
-    status.text = reply.arguments().at(1).toString();
-    status.startSecs = reply.arguments().at(2).toLongLong();
-    return status;
-}
-
-bool xdotool(const QStringList &arguments)
-{
-    return QProcess::execute(u"xdotool"_s, arguments) == 0;
-}
-
-} // namespace
+using AppProcess::appStatus;
+using AppStatus = AppProcess::Status;
+using AppProcess::xdotool;
 
 // The real app under Xvfb and a private session bus: typed into with xdotool, asked over D-Bus, ended by
 // signals as a logout or a crash would.

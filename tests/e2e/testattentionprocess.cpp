@@ -11,6 +11,7 @@
 #include "settings/computereventsettings.h"
 #include "settings/notificationsettings.h"
 #include "settings/userdefaults.h"
+#include "support/appprocess.h"
 #include "support/dbusmock.h"
 #include "support/isolatedhome.h"
 
@@ -56,12 +57,9 @@ int inhibitorCount(const DBusMock &logind)
     return count;
 }
 
-bool xdotool(const QStringList &arguments)
-{
-    return QProcess::execute(u"xdotool"_s, arguments) == 0;
-}
-
 } // namespace
+
+using AppProcess::xdotool;
 
 // The real app under Xvfb with mocks of logind (on a private system bus) and of GNOME's idle monitor: a
 // sleep ends the running activity in the store, the wake resumes it, and an idle user gets the prompt
