@@ -9,6 +9,7 @@
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QElapsedTimer>
+#include <QFile>
 #include <QProcess>
 #include <QTest>
 #include <QThread>
@@ -88,6 +89,19 @@ void BM_ReturnToCommitted(benchmark::State &state)
 }
 BENCHMARK(BM_ReturnToCommitted)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// VmRSS of a running process, in megabytes; 0 when it cannot be read.
+double residentMegabytes(qint64 pid)
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
+    }
+    return 0;
+}
+
 // exec of `brimvale` until the app answers Status() on the bus, which it does once its window is shown.
 void BM_ProcessStartToReady(benchmark::State &state)
 {
@@ -115,6 +129,7 @@ void BM_ProcessStartToReady(benchmark::State &state)
             QThread::msleep(2);
         }
         state.PauseTiming();
+        state.counters["resident_mb"] = residentMegabytes(app.processId());
         app.terminate();
         app.waitForFinished(10000);
         state.ResumeTiming();
