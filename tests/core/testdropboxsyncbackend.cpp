@@ -55,6 +55,7 @@ private Q_SLOTS:
     void initializeNeedsATokenAndUpgradesTheOldScheme_data();
     void initializeNeedsATokenAndUpgradesTheOldScheme();
     void timeZoneIsRecordedOnceAndAdopted();
+    void codeFlowStoresTokensAndDisconnectRevokesThem_data();
     void codeFlowStoresTokensAndDisconnectRevokesThem();
     void implicitGrantReplacesAnEarlierRefreshToken();
     void factoryNeedsAStoredToken();
@@ -523,8 +524,24 @@ void TestDropboxSyncBackend::timeZoneIsRecordedOnceAndAdopted()
         qPrintable(m_captured.errors.constFirst()));
 }
 
+void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem_data()
+{
+    QTest::addColumn<QString>("accessToken"); // at disconnect: "live", "expired" or "expiring"
+    QTest::addColumn<QString>("revoked");
+
+    QTest::newRow("live token") << "live"
+                                << "issued-token";
+    QTest::newRow("expired token is renewed to revoke") << "expired"
+                                                        << "refreshed-1";
+    QTest::newRow("token about to expire is renewed to revoke") << "expiring"
+                                                                << "refreshed-1";
+}
+
 void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem()
 {
+    QFETCH(QString, accessToken);
+    QFETCH(QString, revoked);
+
     m_keychain = std::make_unique<FakeKeychain>();
     auto backend = makeBackend();
     QSignalSpy authChanged(backend.get(), &BVDropboxSyncBackend::BvDropboxAuthChanged);
@@ -558,6 +575,10 @@ void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem()
     authChanged.clear();
     QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"KeychainError - \\(delete\\) failed to find"_s));
     QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"KeychainError - \\(delete\\) failed to find"_s));
+    if (accessToken == u"expired")
+        m_dropbox->expireToken(u"issued-token"_s);
+    else if (accessToken == u"expiring")
+        m_clock.set(m_clock.now().addSecs(4 * 3600 - 60));
     result.reset();
     backend->disconnectDropbox([&](const QString &error) { result = error; });
     QCOMPARE(result, std::optional(QString()));
@@ -566,8 +587,14 @@ void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem()
     QVERIFY(m_settings->dropboxAccountName().isNull());
     QVERIFY(m_settings->dropboxAccountID().isNull());
     QVERIFY(m_settings->dropboxHash().isNull());
-    QVERIFY(m_dropbox->revokedTokens().contains(u"issued-token"_s));
+    QVERIFY(m_dropbox->revokedTokens().contains(revoked));
     QVERIFY(!backend->isDropboxConnected());
+    // The refresh token opens nothing any more.
+    std::optional<DropboxSyncServiceProtocol::Refreshed> refreshed;
+    m_dropbox->refreshToken(u"refresh-token"_s, u"q4mzk8ewtdrn2ya"_s,
+        [&](DropboxSyncServiceProtocol::Refreshed reply) { refreshed = reply; });
+    QVERIFY(refreshed);
+    QVERIFY2(refreshed->error.startsWith(u"invalid_access_token:"_s), qPrintable(refreshed->error));
 }
 
 void TestDropboxSyncBackend::implicitGrantReplacesAnEarlierRefreshToken()

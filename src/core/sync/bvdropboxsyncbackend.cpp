@@ -605,6 +605,8 @@ void BVDropboxSyncBackend::disconnectDropbox(std::function<void(const QString &e
 {
     loadTokens();
     const QString token = m_token;
+    const QString refreshToken = m_refreshToken;
+    const bool expiresSoon = tokenExpiresSoon();
     m_services.settings->clearAccount();
     BvKeychain keychain(*m_services.keychain);
     for (const QString &key : { TokenKey, OldTokenKey, OldTokenSecretKey, RefreshTokenKey, TokenExpiryKey })
@@ -612,6 +614,7 @@ void BVDropboxSyncBackend::disconnectDropbox(std::function<void(const QString &e
     m_token.clear();
     m_refreshToken.clear();
     m_tokenExpiry = QDateTime();
+    m_connectionMade = false;
     Q_EMIT BvDropboxAuthChanged();
     if (token.isEmpty()) {
         if (done)
@@ -619,14 +622,40 @@ void BVDropboxSyncBackend::disconnectDropbox(std::function<void(const QString &e
         return;
     }
     // Revoking also ends every token derived from the same refresh token, so a copy of the keyring left
-    // elsewhere opens nothing.
-    m_services.service->syncInitWithSyncRoot(QString::fromLatin1(SyncRoot), token);
-    m_connectionMade = false;
-    m_services.service->revokeToken([done = std::move(done)](QString error) {
+    // elsewhere opens nothing. Dropbox refuses to revoke with an expired access token, so one is renewed
+    // first; the renewed token is used only for the revocation and never stored.
+    DropboxSyncServiceProtocol *service = m_services.service;
+    const auto finish = [done](const QString &error) {
         if (!error.isEmpty())
             qCWarning(lcSync).noquote() << QStringLiteral("Failed to revoke the Dropbox token: %1").arg(error);
         if (done)
             done(error);
+    };
+    const auto revokeWith = [service](const QString &accessToken, std::function<void(QString)> answer) {
+        service->syncInitWithSyncRoot(QString::fromLatin1(SyncRoot), accessToken);
+        service->revokeToken(std::move(answer));
+    };
+    const auto refreshThenRevoke = [service, refreshToken, revokeWith, finish] {
+        service->refreshToken(refreshToken, QString::fromLatin1(DropboxAuthorization::AppKey),
+            [revokeWith, finish](DropboxSyncServiceProtocol::Refreshed reply) {
+                if (!reply.error.isEmpty() || reply.accessToken.isEmpty()) {
+                    finish(reply.error.isEmpty() ? QStringLiteral("Dropbox sent no access token.") : reply.error);
+                    return;
+                }
+                revokeWith(reply.accessToken, finish);
+            });
+    };
+    if (!refreshToken.isEmpty() && expiresSoon) {
+        refreshThenRevoke();
+        return;
+    }
+    revokeWith(token, [refreshToken, refreshThenRevoke, finish](QString error) {
+        if (!refreshToken.isEmpty()
+            && error.startsWith(QLatin1String(DropboxSyncServiceProtocol::ExpiredTokenPrefix))) {
+            refreshThenRevoke();
+            return;
+        }
+        finish(error);
     });
 }
 
