@@ -528,19 +528,23 @@ void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem_data()
 {
     QTest::addColumn<QString>("accessToken"); // at disconnect: "live", "expired" or "expiring"
     QTest::addColumn<QString>("revoked");
+    QTest::addColumn<bool>("nameFetched");
 
     QTest::newRow("live token") << "live"
-                                << "issued-token";
+                                << "issued-token" << true;
     QTest::newRow("expired token is renewed to revoke") << "expired"
-                                                        << "refreshed-1";
+                                                        << "refreshed-1" << true;
     QTest::newRow("token about to expire is renewed to revoke") << "expiring"
-                                                                << "refreshed-1";
+                                                                << "refreshed-1" << true;
+    QTest::newRow("account details unavailable still connects") << "live"
+                                                                << "issued-token" << false;
 }
 
 void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem()
 {
     QFETCH(QString, accessToken);
     QFETCH(QString, revoked);
+    QFETCH(bool, nameFetched);
 
     m_keychain = std::make_unique<FakeKeychain>();
     auto backend = makeBackend();
@@ -554,6 +558,10 @@ void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem()
     QVERIFY(m_keychain->secrets().isEmpty());
 
     result.reset();
+    if (!nameFetched) {
+        m_dropbox->failNext(u"GetAccountInfo"_s, u"Dropbox did not answer"_s);
+        QTest::ignoreMessage(QtWarningMsg, "Failed to retrieve Dropbox account info: Dropbox did not answer");
+    }
     backend->connectDropboxAccountWithCode(
         u"the-code"_s, u"verifier"_s, u"http://127.0.0.1:5000/"_s, [&](const QString &error) { result = error; });
     QCOMPARE(result, std::optional(QString()));
@@ -562,7 +570,7 @@ void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem()
         (QHash<QString, QString> { { u"oauth2_token"_s, u"issued-token"_s },
             { u"oauth2_refresh_token"_s, u"refresh-token"_s },
             { u"oauth2_token_expiry"_s, u"2024-03-12T14:00:00Z"_s } }));
-    QCOMPARE(m_settings->dropboxAccountName(), u"Ada Lovelace"_s);
+    QCOMPARE(m_settings->dropboxAccountName(), nameFetched ? u"Ada Lovelace"_s : QString());
     QCOMPARE(m_settings->dropboxAccountID(), u"dbid:ada"_s);
     QVERIFY(authChanged.count() >= 1);
     QVERIFY(backend->isDropboxConnected());

@@ -597,7 +597,11 @@ void BVDropboxSyncBackend::connectDropboxAccountWithCode(const QString &code, co
             m_usesOldToken = false;
             m_connectionMade = false;
             updateAccountName(QString(), reply.accountId);
-            syncDropboxAccountInfo(done);
+            // Connected once the tokens are stored: a name that does not arrive now comes with the next run.
+            syncDropboxAccountInfo([done](const QString &) {
+                if (done)
+                    done({});
+            });
         });
 }
 

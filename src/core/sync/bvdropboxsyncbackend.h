@@ -73,7 +73,8 @@ public:
     void connectDropboxAccount(const QString &name, const QString &accountId, const QString &token) override;
     void connectDropboxAccountWithName(const QString &name, const QString &accountID, const QString &token);
     // The code flow: exchanges the code through the agent, stores the tokens and the expiry, records the
-    // account and fetches its name. `done` gets an empty text on success, else the reason.
+    // account and fetches its name. `done` gets an empty text once the tokens are stored (a failed name
+    // fetch only warns), else the reason.
     void connectDropboxAccountWithCode(const QString &code, const QString &codeVerifier, const QString &redirectUri,
         std::function<void(const QString &error)> done);
     // Forgets the account here (settings and keyring) at once, then asks Dropbox to revoke the token;
