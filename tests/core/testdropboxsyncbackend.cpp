@@ -58,6 +58,8 @@ private Q_SLOTS:
     void codeFlowStoresTokensAndDisconnectRevokesThem_data();
     void codeFlowStoresTokensAndDisconnectRevokesThem();
     void implicitGrantReplacesAnEarlierRefreshToken();
+    void keyringRefusingTheTokenConnectsNoAccount_data();
+    void keyringRefusingTheTokenConnectsNoAccount();
     void factoryNeedsAStoredToken();
     void settingsUpgradeChoosesDropboxWhenATokenIsStored_data();
     void settingsUpgradeChoosesDropboxWhenATokenIsStored();
@@ -621,6 +623,38 @@ void TestDropboxSyncBackend::implicitGrantReplacesAnEarlierRefreshToken()
     auto run = makeBackend();
     run->initializeBackend([] {});
     QCOMPARE(m_dropbox->calls().filter(u"RefreshToken"_s).size(), 0);
+}
+
+void TestDropboxSyncBackend::keyringRefusingTheTokenConnectsNoAccount_data()
+{
+    QTest::addColumn<bool>("codeFlow");
+
+    QTest::newRow("code flow") << true;
+    QTest::newRow("implicit grant") << false;
+}
+
+void TestDropboxSyncBackend::keyringRefusingTheTokenConnectsNoAccount()
+{
+    QFETCH(bool, codeFlow);
+
+    m_keychain = std::make_unique<FakeKeychain>();
+    m_keychain->failWrites = u"locked"_s;
+    m_dropbox->acceptToken(u"implicit"_s);
+    auto backend = makeBackend();
+    QSignalSpy authChanged(backend.get(), &BVDropboxSyncBackend::BvDropboxAuthChanged);
+    std::optional<QString> result;
+    if (codeFlow)
+        backend->connectDropboxAccountWithCode(
+            u"the-code"_s, u"verifier"_s, QString(), [&](const QString &error) { result = error; });
+    else
+        backend->connectDropboxAccountWithName(QString(), u"dbid:ada"_s, u"implicit"_s);
+
+    const QString message = u"Failed to store new oauth token"_s;
+    QCOMPARE(codeFlow ? QStringList { result.value_or(QString()) } : m_captured.errors, QStringList { message });
+    QVERIFY(m_settings->dropboxAccountID().isEmpty());
+    QVERIFY(m_settings->dropboxAccountName().isEmpty());
+    QCOMPARE(authChanged.count(), 0);
+    QVERIFY(m_dropbox->calls().filter(u"GetAccountInfo"_s).isEmpty());
 }
 
 void TestDropboxSyncBackend::factoryNeedsAStoredToken()

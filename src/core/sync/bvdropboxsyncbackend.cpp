@@ -31,6 +31,11 @@ const auto OldTokenSecretKey = QStringLiteral("oauth_token_secret");
 const auto RefreshTokenKey = QStringLiteral("oauth2_refresh_token");
 const auto TokenExpiryKey = QStringLiteral("oauth2_token_expiry");
 
+QString storeFailedMessage()
+{
+    return QStringLiteral("Failed to store new oauth token");
+}
+
 // A token this close to its expiry is refreshed before a run rather than in the middle of one.
 constexpr qint64 RefreshMarginSecs = 300;
 
@@ -271,7 +276,7 @@ void BVDropboxSyncBackend::initializeBackend(Completion completion)
                     return;
                 }
                 if (!BvKeychain(*m_services.keychain).saveGenericPassword(reply.accessToken, TokenKey)) {
-                    reportError(QStringLiteral("Failed to store new oauth token"));
+                    reportError(storeFailedMessage());
                     return;
                 }
                 m_token = reply.accessToken;
@@ -548,24 +553,25 @@ QUrl BVDropboxSyncBackend::authorize()
     return DropboxAuthorization::implicitGrantUrl();
 }
 
-void BVDropboxSyncBackend::storeAccessToken(const QString &token, const QString &refreshToken, qint64 expiresInSecs)
+bool BVDropboxSyncBackend::storeAccessToken(const QString &token, const QString &refreshToken, qint64 expiresInSecs)
 {
     BvKeychain keychain(*m_services.keychain);
-    keychain.saveGenericPassword(token, TokenKey);
+    const bool stored = keychain.saveGenericPassword(token, TokenKey);
     m_token = token;
     m_refreshToken = refreshToken;
     if (refreshToken.isEmpty()) {
         keychain.deleteGenericPasswordForAccount(RefreshTokenKey);
         keychain.deleteGenericPasswordForAccount(TokenExpiryKey);
         m_tokenExpiry = QDateTime();
-        return;
+        return stored;
     }
-    keychain.saveGenericPassword(refreshToken, RefreshTokenKey);
+    const bool refreshStored = stored && keychain.saveGenericPassword(refreshToken, RefreshTokenKey);
     m_tokenExpiry = expiresInSecs > 0 ? m_services.clock->now().addSecs(expiresInSecs) : QDateTime();
     if (m_tokenExpiry.isValid())
         keychain.saveGenericPassword(m_tokenExpiry.toUTC().toString(Qt::ISODate), TokenExpiryKey);
     else
         keychain.deleteGenericPasswordForAccount(TokenExpiryKey);
+    return refreshStored;
 }
 
 void BVDropboxSyncBackend::connectDropboxAccount(const QString &name, const QString &accountId, const QString &token)
@@ -576,9 +582,12 @@ void BVDropboxSyncBackend::connectDropboxAccount(const QString &name, const QStr
 void BVDropboxSyncBackend::connectDropboxAccountWithName(
     const QString &name, const QString &accountID, const QString &token)
 {
-    storeAccessToken(token, QString(), 0);
     m_usesOldToken = false;
     m_connectionMade = false;
+    if (!storeAccessToken(token, QString(), 0)) {
+        reportError(storeFailedMessage());
+        return;
+    }
     updateAccountName(name, accountID);
     syncDropboxAccountInfo();
 }
@@ -593,9 +602,13 @@ void BVDropboxSyncBackend::connectDropboxAccountWithCode(const QString &code, co
                     done(reply.error.isEmpty() ? QStringLiteral("Dropbox sent no access token.") : reply.error);
                 return;
             }
-            storeAccessToken(reply.accessToken, reply.refreshToken, reply.expiresInSecs);
             m_usesOldToken = false;
             m_connectionMade = false;
+            if (!storeAccessToken(reply.accessToken, reply.refreshToken, reply.expiresInSecs)) {
+                if (done)
+                    done(storeFailedMessage());
+                return;
+            }
             updateAccountName(QString(), reply.accountId);
             // Connected once the tokens are stored: a name that does not arrive now comes with the next run.
             syncDropboxAccountInfo([done](const QString &) {

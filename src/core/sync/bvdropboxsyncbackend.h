@@ -94,7 +94,9 @@ Q_SIGNALS:
 private:
     void loadTokens();
     void xpcGetConnection();
-    void storeAccessToken(const QString &token, const QString &refreshToken, qint64 expiresInSecs);
+    // False when the keyring did not take the token (or the refresh token); the tokens serve this object
+    // either way.
+    bool storeAccessToken(const QString &token, const QString &refreshToken, qint64 expiresInSecs);
     void updateAccountName(const QString &name, const QString &andAccountID);
     void saveAccountID(const QString &accountID, const QString &andName);
     bool tokenExpiresSoon() const;
