@@ -105,6 +105,17 @@ QDateTime BVDropboxSettings::dropboxSyncDate() const
     return values().syncDate;
 }
 
+void BVDropboxSettings::setDropboxSyncDate(const QDateTime &date)
+{
+    {
+        QMutexLocker locker(&m_mutex);
+        m_values.syncDate = date;
+    }
+    // As BvSettings writes it: ISO 8601 in UTC.
+    const QString text = date.isValid() ? date.toUTC().toString(Qt::ISODateWithMs) : QString();
+    write([this, text] { writeString(m_defaults, text, SyncDateKey); });
+}
+
 void BVDropboxSettings::clearAccount()
 {
     {
