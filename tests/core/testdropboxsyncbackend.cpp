@@ -149,6 +149,9 @@ void TestDropboxSyncBackend::downloadChecksStatusAndRevision_data()
         << true << ""
         << "no rev"
         << "Failed to get revision data for file 2024-03.json. No revision found in metadata" << false;
+    QTest::newRow("cache unusable") << true << ""
+                                    << "cache is a file"
+                                    << "Failed to move file 2024-03.json to cache." << false;
     QTest::newRow("agent unreachable") << true << ""
                                        << "fail"
                                        << "The name is not activatable (code: 2)" << false;
@@ -179,11 +182,14 @@ void TestDropboxSyncBackend::downloadChecksStatusAndRevision()
         QVERIFY(old.open(QIODevice::WriteOnly));
         old.write("stale");
     }
+    // A cache folder that is a file: nothing can be written there.
+    const bool unusable = setup == u"cache is a file";
+    const QString saveTo = unusable ? target + u"/2024-03.json"_s : target;
     auto backend = makeBackend();
     std::optional<bool> callback;
     const std::optional<QString> expectedRevision
         = expected.isEmpty() ? std::nullopt : std::optional<QString>(expected == u"*" ? rev : expected);
-    backend->downloadFileWithName(u"2024-03.json"_s, expectedRevision, target, [&](bool ok) { callback = ok; });
+    backend->downloadFileWithName(u"2024-03.json"_s, expectedRevision, saveTo, [&](bool ok) { callback = ok; });
 
     if (error.contains(u"%1"_s))
         error = error.arg(rev);
@@ -191,6 +197,8 @@ void TestDropboxSyncBackend::downloadChecksStatusAndRevision()
     QCOMPARE(callback.has_value(), error.isEmpty());
     if (callback)
         QCOMPARE(*callback, delivered);
+    if (unusable) // the reason goes to the log
+        QCOMPARE(m_captured.log.filter(u": Not a directory"_s).size(), 1);
     QFile file(target);
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), delivered ? content : QByteArray("stale"));

@@ -489,7 +489,8 @@ void BVDropboxSyncBackend::downloadFileWithName(const QString &name, const std::
             const QString error
                 = file.handle.fd() < 0 ? systemError(EBADF) : copyFileToCache(file.handle.fd(), saveToFile);
             if (!error.isEmpty()) {
-                reportError(QStringLiteral("Failed to move file %1 to cache. %2").arg(name, error));
+                log(QStringLiteral("Failed to copy %1 to %2: %3").arg(name, saveToFile, error));
+                reportError(QStringLiteral("Failed to move file %1 to cache.").arg(name));
                 return;
             }
             andCallback(true);
