@@ -130,6 +130,16 @@ void TestDropboxSecrets::tokensLiveInTheKeyringOnly()
     QTRY_VERIFY_WITH_TIMEOUT(reply->isFinished(), 20000);
     const QUrl back = reply->header(QNetworkRequest::LocationHeader).toUrl();
     QVERIFY2(back.host() == u"127.0.0.1"_s, qPrintable(back.toString()));
+    // Another page on this computer that finds the port cannot hand in a code of its own.
+    QUrl forged = back;
+    QUrlQuery forgedQuery(back);
+    QVERIFY(forgedQuery.hasQueryItem(u"state"_s));
+    forgedQuery.removeQueryItem(u"state"_s);
+    forgedQuery.addQueryItem(u"state"_s, u"guessed"_s);
+    forged.setQuery(forgedQuery);
+    std::unique_ptr<QNetworkReply> intruder(browser.get(QNetworkRequest(forged)));
+    QTRY_VERIFY_WITH_TIMEOUT(intruder->isFinished(), 20000);
+    QCOMPARE(intruder->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 404);
     std::unique_ptr<QNetworkReply> landing(browser.get(QNetworkRequest(back)));
     QTRY_VERIFY_WITH_TIMEOUT(landing->isFinished(), 20000);
     QCOMPARE(landing->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt(), 200);
