@@ -5,7 +5,6 @@
 #include <cstring>
 #include <expected>
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QTemporaryFile>
 
 #include "base/clock.h"
 #include "base/logging.h"
@@ -120,22 +120,19 @@ QString copyFileToCache(int fd, const QString &target)
     return {};
 }
 
-// The content as a file of its own in memory, for an upload of something that is not a file on disk.
-std::expected<DropboxSyncServiceProtocol::FileHandle, QString> memoryFile(const QByteArray &content)
+// The content as a file of its own, for an upload of something that is not a file on disk. The file is
+// removed at once; the descriptor keeps it readable until it is closed.
+std::expected<DropboxSyncServiceProtocol::FileHandle, QString> contentFile(const QByteArray &content)
 {
-    const int fd = ::memfd_create("brimvale-upload", MFD_CLOEXEC);
+    QTemporaryFile file(QDir::tempPath() + QStringLiteral("/brimvale-upload-XXXXXX"));
+    if (!file.open())
+        return std::unexpected(file.errorString());
+    if (file.write(content) != content.size() || !file.flush())
+        return std::unexpected(file.errorString());
+    const int fd = ::fcntl(file.handle(), F_DUPFD_CLOEXEC, 0);
     if (fd < 0)
         return std::unexpected(systemError(errno));
-    const DropboxSyncServiceProtocol::FileHandle handle(fd);
-    for (qsizetype written = 0; written < content.size();) {
-        const ssize_t n = ::write(fd, content.constData() + written, size_t(content.size() - written));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return std::unexpected(systemError(n < 0 ? errno : EIO));
-        written += n;
-    }
-    return handle;
+    return DropboxSyncServiceProtocol::FileHandle(fd);
 }
 
 QString orNull(const QString &text)
@@ -342,7 +339,7 @@ void BVDropboxSyncBackend::readTimeZone(const QByteArray &proposedZoneId, int at
             // Upload expecting no file: of two machines starting at once, one records its zone and the
             // other's upload is refused, after which it reads the recorded zone.
             const std::expected<DropboxSyncServiceProtocol::FileHandle, QString> content
-                = memoryFile(BVSyncTimeZoneFile::json(proposedZoneId));
+                = contentFile(BVSyncTimeZoneFile::json(proposedZoneId));
             if (!content) {
                 reportError(QStringLiteral("Failed to write %1 to Dropbox. %2\n\nPlease retry sync")
                                 .arg(name, content.error()));
