@@ -61,6 +61,7 @@ private Q_SLOTS:
     void keyringRefusingTheTokenConnectsNoAccount_data();
     void keyringRefusingTheTokenConnectsNoAccount();
     void factoryNeedsAStoredToken();
+    void cursorSavedOnTheRunThreadIsReadBeforeItReachesTheFile();
     void settingsUpgradeChoosesDropboxWhenATokenIsStored_data();
     void settingsUpgradeChoosesDropboxWhenATokenIsStored();
     void keychainFailuresAreLoggedAsDesigned_data();
@@ -663,6 +664,20 @@ void TestDropboxSyncBackend::keyringRefusingTheTokenConnectsNoAccount()
     QVERIFY(m_settings->dropboxAccountName().isEmpty());
     QCOMPARE(authChanged.count(), 0);
     QVERIFY(m_dropbox->calls().filter(u"GetAccountInfo"_s).isEmpty());
+}
+
+void TestDropboxSyncBackend::cursorSavedOnTheRunThreadIsReadBeforeItReachesTheFile()
+{
+    m_settings->setDropboxHash(u"c1"_s);
+    QThread *run = QThread::create([this] { m_settings->setDropboxHash(u"c2"_s); });
+    run->start();
+    QVERIFY(run->wait(10000));
+    delete run;
+    // The write waits for this thread's event loop; reading the file meanwhile must not undo it.
+    QCOMPARE(m_settings->dropboxHash(), u"c2"_s);
+    QCOMPARE(m_defaults->stringForKey(u"dropbox_hash"_s), u"c1"_s);
+    QTRY_COMPARE(UserDefaults(m_defaults->filePath()).stringForKey(u"dropbox_hash"_s), u"c2"_s);
+    QCOMPARE(m_settings->dropboxHash(), u"c2"_s);
 }
 
 void TestDropboxSyncBackend::factoryNeedsAStoredToken()

@@ -50,4 +50,6 @@ private:
     UserDefaults &m_defaults;
     mutable QMutex m_mutex;
     Values m_values;
+    // Writes made on other threads that have not reached the file yet.
+    int m_pendingWrites = 0;
 };
