@@ -34,13 +34,9 @@ std::expected<DropboxEndpoints, QString> DropboxEndpoints::fromEnvironment(const
     const auto content = endpoint(environment, u"BRIMVALE_DROPBOX_CONTENT_URL"_s, u"https://content.dropboxapi.com"_s);
     if (!content)
         return std::unexpected(content.error());
-    const auto auth = endpoint(environment, u"BRIMVALE_DROPBOX_AUTH_URL"_s, u"https://www.dropbox.com"_s);
-    if (!auth)
-        return std::unexpected(auth.error());
     DropboxEndpoints endpoints;
     endpoints.m_api = *api;
     endpoints.m_content = *content;
-    endpoints.m_auth = *auth;
     return endpoints;
 }
 

@@ -6,9 +6,9 @@
 #include <QString>
 #include <QUrl>
 
-// Where the agent finds Dropbox: the API host (RPC routes and /oauth2/token), the content host (upload and
-// download) and the web host (the browser's authorisation page). They are Dropbox's own unless the
-// environment names others (BRIMVALE_DROPBOX_API_URL, BRIMVALE_DROPBOX_CONTENT_URL, BRIMVALE_DROPBOX_AUTH_URL);
+// Where the agent finds Dropbox: the API host (RPC routes and /oauth2/token) and the content host (upload
+// and download). The browser's authorisation page is the app's business, not the agent's. They are
+// Dropbox's own unless the environment names others (BRIMVALE_DROPBOX_API_URL, BRIMVALE_DROPBOX_CONTENT_URL);
 // an override must be https, or plain http on the loopback address 127.0.0.1 with a port, so a test can
 // point the agent at a local server but nothing can send a token in clear text across a network.
 class DropboxEndpoints
@@ -19,7 +19,6 @@ public:
 
     QUrl apiUrl(const QString &path) const { return join(m_api, path); }
     QUrl contentUrl(const QString &path) const { return join(m_content, path); }
-    QUrl authUrl(const QString &path) const { return join(m_auth, path); }
 
     // The app key Brimvale is registered with at Dropbox; public by design (PKCE needs no secret).
     static QString appKey();
@@ -30,5 +29,4 @@ private:
 
     QUrl m_api;
     QUrl m_content;
-    QUrl m_auth;
 };

@@ -38,7 +38,7 @@ int DropboxConnectCommand::run(const QStringList &arguments, CliEnvironment &env
                 .arg(services->settings->dropboxAccountName()));
 
     const DropboxAuthorization authorization;
-    DropboxLoopbackRedirect listener;
+    DropboxLoopbackRedirect listener(authorization.state());
     const bool pasted = parser.isSet(paste) || !listener.listen();
     const QString redirectUri = pasted ? QString() : listener.redirectUri();
     const QUrl page = authorization.codeFlowUrl(redirectUri);

@@ -5,12 +5,16 @@
 #include "cli/appclient.h"
 #include "cli/cliinterrupt.h"
 
+#include "base/clock.h"
 #include "model/store.h"
 #include "settings/bvsettingsview.h"
+#include "sync/bvdropboxsettings.h"
+#include "sync/bvdropboxsyncbackend.h"
 #include "sync/bvfoldersyncbackend.h"
 #include "sync/bvsyncbackendfactory.h"
 #include "sync/bvsyncerrors.h"
 #include "sync/bvsyncservice.h"
+#include "sync/bvtmpsyncfile.h"
 
 int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
 {
@@ -66,12 +70,18 @@ int SyncCommand::run(const QStringList &arguments, CliEnvironment &environment)
 
     // The command line tracks nothing itself, so no activity is held back from the files.
     BVSyncService service(std::move(backend), std::nullopt);
-    // No settings for the service: a run from the command line records nothing in them.
+    // No settings for the service: a run from the command line records in them only the Dropbox sync date.
     service.setMOC(*store);
     QEventLoop loop;
     QObject::connect(&service, &BVSyncService::syncServiceProgress, &loop,
         [&](const QString &message) { environment.out << message << Qt::endl; });
     QObject::connect(&service, &BVSyncService::syncServiceFinish, &loop, [&](const QString &message) {
+        // The one setting a run here records, so that `brimvale dropbox status` and the app tell when
+        // Dropbox was last synced.
+        if (service.syncMethod() == BVTmpSyncFile::DropboxSyncMethod && environment.dropbox) {
+            if (const BVDropboxServices *services = environment.dropbox())
+                services->settings->setDropboxSyncDate((store->clock() ? store->clock() : Clock::system())->now());
+        }
         environment.out << message << Qt::endl;
         loop.exit(CliExit::Success);
     });

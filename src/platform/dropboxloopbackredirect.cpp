@@ -3,8 +3,9 @@
 #include <QTcpSocket>
 #include <QUrlQuery>
 
-DropboxLoopbackRedirect::DropboxLoopbackRedirect(QObject *parent)
+DropboxLoopbackRedirect::DropboxLoopbackRedirect(const QString &state, QObject *parent)
     : QObject(parent)
+    , m_state(state)
 {
     connect(&m_server, &QTcpServer::newConnection, this, &DropboxLoopbackRedirect::onConnection);
 }
@@ -33,7 +34,8 @@ void DropboxLoopbackRedirect::onConnection()
             const QUrl url(redirectUri().chopped(1) + target, QUrl::StrictMode);
             const QUrlQuery query(url);
             const bool answer = !m_done && requestLine.value(0) == "GET" && url.isValid()
-                && (query.hasQueryItem(QStringLiteral("code")) || query.hasQueryItem(QStringLiteral("error")));
+                && (query.hasQueryItem(QStringLiteral("code")) || query.hasQueryItem(QStringLiteral("error")))
+                && query.queryItemValue(QStringLiteral("state"), QUrl::FullyDecoded) == m_state;
             const QByteArray body = answer
                 ? QByteArrayLiteral("<!DOCTYPE html><html><head><meta charset=\"utf-8\"><title>Brimvale</title></head>"
                                     "<body><p>Brimvale received Dropbox's answer. You can close this page.</p>"

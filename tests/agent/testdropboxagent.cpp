@@ -196,8 +196,7 @@ void TestDropboxAgent::endpointsAcceptOnlyHttpsOrLoopback()
 {
     QFETCH(QString, value);
     QFETCH(bool, accepted);
-    for (const QString &variable :
-        { u"BRIMVALE_DROPBOX_API_URL"_s, u"BRIMVALE_DROPBOX_CONTENT_URL"_s, u"BRIMVALE_DROPBOX_AUTH_URL"_s }) {
+    for (const QString &variable : { u"BRIMVALE_DROPBOX_API_URL"_s, u"BRIMVALE_DROPBOX_CONTENT_URL"_s }) {
         QProcessEnvironment environment;
         if (!value.isNull())
             environment.insert(variable, value);

@@ -55,9 +55,13 @@ private Q_SLOTS:
     void initializeNeedsATokenAndUpgradesTheOldScheme_data();
     void initializeNeedsATokenAndUpgradesTheOldScheme();
     void timeZoneIsRecordedOnceAndAdopted();
+    void codeFlowStoresTokensAndDisconnectRevokesThem_data();
     void codeFlowStoresTokensAndDisconnectRevokesThem();
     void implicitGrantReplacesAnEarlierRefreshToken();
+    void keyringRefusingTheTokenConnectsNoAccount_data();
+    void keyringRefusingTheTokenConnectsNoAccount();
     void factoryNeedsAStoredToken();
+    void cursorSavedOnTheRunThreadIsReadBeforeItReachesTheFile();
     void settingsUpgradeChoosesDropboxWhenATokenIsStored_data();
     void settingsUpgradeChoosesDropboxWhenATokenIsStored();
     void keychainFailuresAreLoggedAsDesigned_data();
@@ -146,6 +150,9 @@ void TestDropboxSyncBackend::downloadChecksStatusAndRevision_data()
         << true << ""
         << "no rev"
         << "Failed to get revision data for file 2024-03.json. No revision found in metadata" << false;
+    QTest::newRow("cache unusable") << true << ""
+                                    << "cache is a file"
+                                    << "Failed to move file 2024-03.json to cache." << false;
     QTest::newRow("agent unreachable") << true << ""
                                        << "fail"
                                        << "The name is not activatable (code: 2)" << false;
@@ -176,11 +183,14 @@ void TestDropboxSyncBackend::downloadChecksStatusAndRevision()
         QVERIFY(old.open(QIODevice::WriteOnly));
         old.write("stale");
     }
+    // A cache folder that is a file: nothing can be written there.
+    const bool unusable = setup == u"cache is a file";
+    const QString saveTo = unusable ? target + u"/2024-03.json"_s : target;
     auto backend = makeBackend();
     std::optional<bool> callback;
     const std::optional<QString> expectedRevision
         = expected.isEmpty() ? std::nullopt : std::optional<QString>(expected == u"*" ? rev : expected);
-    backend->downloadFileWithName(u"2024-03.json"_s, expectedRevision, target, [&](bool ok) { callback = ok; });
+    backend->downloadFileWithName(u"2024-03.json"_s, expectedRevision, saveTo, [&](bool ok) { callback = ok; });
 
     if (error.contains(u"%1"_s))
         error = error.arg(rev);
@@ -188,6 +198,8 @@ void TestDropboxSyncBackend::downloadChecksStatusAndRevision()
     QCOMPARE(callback.has_value(), error.isEmpty());
     if (callback)
         QCOMPARE(*callback, delivered);
+    if (unusable) // the reason goes to the log
+        QCOMPARE(m_captured.log.filter(u": Not a directory"_s).size(), 1);
     QFile file(target);
     QVERIFY(file.open(QIODevice::ReadOnly));
     QCOMPARE(file.readAll(), delivered ? content : QByteArray("stale"));
@@ -523,8 +535,28 @@ void TestDropboxSyncBackend::timeZoneIsRecordedOnceAndAdopted()
         qPrintable(m_captured.errors.constFirst()));
 }
 
+void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem_data()
+{
+    QTest::addColumn<QString>("accessToken"); // at disconnect: "live", "expired" or "expiring"
+    QTest::addColumn<QString>("revoked");
+    QTest::addColumn<bool>("nameFetched");
+
+    QTest::newRow("live token") << "live"
+                                << "issued-token" << true;
+    QTest::newRow("expired token is renewed to revoke") << "expired"
+                                                        << "refreshed-1" << true;
+    QTest::newRow("token about to expire is renewed to revoke") << "expiring"
+                                                                << "refreshed-1" << true;
+    QTest::newRow("account details unavailable still connects") << "live"
+                                                                << "issued-token" << false;
+}
+
 void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem()
 {
+    QFETCH(QString, accessToken);
+    QFETCH(QString, revoked);
+    QFETCH(bool, nameFetched);
+
     m_keychain = std::make_unique<FakeKeychain>();
     auto backend = makeBackend();
     QSignalSpy authChanged(backend.get(), &BVDropboxSyncBackend::BvDropboxAuthChanged);
@@ -537,6 +569,10 @@ void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem()
     QVERIFY(m_keychain->secrets().isEmpty());
 
     result.reset();
+    if (!nameFetched) {
+        m_dropbox->failNext(u"GetAccountInfo"_s, u"Dropbox did not answer"_s);
+        QTest::ignoreMessage(QtWarningMsg, "Failed to retrieve Dropbox account info: Dropbox did not answer");
+    }
     backend->connectDropboxAccountWithCode(
         u"the-code"_s, u"verifier"_s, u"http://127.0.0.1:5000/"_s, [&](const QString &error) { result = error; });
     QCOMPARE(result, std::optional(QString()));
@@ -545,7 +581,7 @@ void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem()
         (QHash<QString, QString> { { u"oauth2_token"_s, u"issued-token"_s },
             { u"oauth2_refresh_token"_s, u"refresh-token"_s },
             { u"oauth2_token_expiry"_s, u"2024-03-12T14:00:00Z"_s } }));
-    QCOMPARE(m_settings->dropboxAccountName(), u"Ada Lovelace"_s);
+    QCOMPARE(m_settings->dropboxAccountName(), nameFetched ? u"Ada Lovelace"_s : QString());
     QCOMPARE(m_settings->dropboxAccountID(), u"dbid:ada"_s);
     QVERIFY(authChanged.count() >= 1);
     QVERIFY(backend->isDropboxConnected());
@@ -558,6 +594,10 @@ void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem()
     authChanged.clear();
     QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"KeychainError - \\(delete\\) failed to find"_s));
     QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"KeychainError - \\(delete\\) failed to find"_s));
+    if (accessToken == u"expired")
+        m_dropbox->expireToken(u"issued-token"_s);
+    else if (accessToken == u"expiring")
+        m_clock.set(m_clock.now().addSecs(4 * 3600 - 60));
     result.reset();
     backend->disconnectDropbox([&](const QString &error) { result = error; });
     QCOMPARE(result, std::optional(QString()));
@@ -566,8 +606,14 @@ void TestDropboxSyncBackend::codeFlowStoresTokensAndDisconnectRevokesThem()
     QVERIFY(m_settings->dropboxAccountName().isNull());
     QVERIFY(m_settings->dropboxAccountID().isNull());
     QVERIFY(m_settings->dropboxHash().isNull());
-    QVERIFY(m_dropbox->revokedTokens().contains(u"issued-token"_s));
+    QVERIFY(m_dropbox->revokedTokens().contains(revoked));
     QVERIFY(!backend->isDropboxConnected());
+    // The refresh token opens nothing any more.
+    std::optional<DropboxSyncServiceProtocol::Refreshed> refreshed;
+    m_dropbox->refreshToken(u"refresh-token"_s, u"q4mzk8ewtdrn2ya"_s,
+        [&](DropboxSyncServiceProtocol::Refreshed reply) { refreshed = reply; });
+    QVERIFY(refreshed);
+    QVERIFY2(refreshed->error.startsWith(u"invalid_access_token:"_s), qPrintable(refreshed->error));
 }
 
 void TestDropboxSyncBackend::implicitGrantReplacesAnEarlierRefreshToken()
@@ -586,6 +632,52 @@ void TestDropboxSyncBackend::implicitGrantReplacesAnEarlierRefreshToken()
     auto run = makeBackend();
     run->initializeBackend([] {});
     QCOMPARE(m_dropbox->calls().filter(u"RefreshToken"_s).size(), 0);
+}
+
+void TestDropboxSyncBackend::keyringRefusingTheTokenConnectsNoAccount_data()
+{
+    QTest::addColumn<bool>("codeFlow");
+
+    QTest::newRow("code flow") << true;
+    QTest::newRow("implicit grant") << false;
+}
+
+void TestDropboxSyncBackend::keyringRefusingTheTokenConnectsNoAccount()
+{
+    QFETCH(bool, codeFlow);
+
+    m_keychain = std::make_unique<FakeKeychain>();
+    m_keychain->failWrites = u"locked"_s;
+    m_dropbox->acceptToken(u"implicit"_s);
+    auto backend = makeBackend();
+    QSignalSpy authChanged(backend.get(), &BVDropboxSyncBackend::BvDropboxAuthChanged);
+    std::optional<QString> result;
+    if (codeFlow)
+        backend->connectDropboxAccountWithCode(
+            u"the-code"_s, u"verifier"_s, QString(), [&](const QString &error) { result = error; });
+    else
+        backend->connectDropboxAccountWithName(QString(), u"dbid:ada"_s, u"implicit"_s);
+
+    const QString message = u"Failed to store new oauth token"_s;
+    QCOMPARE(codeFlow ? QStringList { result.value_or(QString()) } : m_captured.errors, QStringList { message });
+    QVERIFY(m_settings->dropboxAccountID().isEmpty());
+    QVERIFY(m_settings->dropboxAccountName().isEmpty());
+    QCOMPARE(authChanged.count(), 0);
+    QVERIFY(m_dropbox->calls().filter(u"GetAccountInfo"_s).isEmpty());
+}
+
+void TestDropboxSyncBackend::cursorSavedOnTheRunThreadIsReadBeforeItReachesTheFile()
+{
+    m_settings->setDropboxHash(u"c1"_s);
+    QThread *run = QThread::create([this] { m_settings->setDropboxHash(u"c2"_s); });
+    run->start();
+    QVERIFY(run->wait(10000));
+    delete run;
+    // The write waits for this thread's event loop; reading the file meanwhile must not undo it.
+    QCOMPARE(m_settings->dropboxHash(), u"c2"_s);
+    QCOMPARE(m_defaults->stringForKey(u"dropbox_hash"_s), u"c1"_s);
+    QTRY_COMPARE(UserDefaults(m_defaults->filePath()).stringForKey(u"dropbox_hash"_s), u"c2"_s);
+    QCOMPARE(m_settings->dropboxHash(), u"c2"_s);
 }
 
 void TestDropboxSyncBackend::factoryNeedsAStoredToken()

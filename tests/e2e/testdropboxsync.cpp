@@ -80,7 +80,8 @@ private Q_SLOTS:
     void conflictingUploadFailsThenMerges();
     void expiredTokenIsRefreshed();
     void revokedTokenAsksToReconnect();
-    void agentThatDiedIsStartedAgain();
+    void agentKilledMidUploadLosesNothing_data();
+    void agentKilledMidUploadLosesNothing();
 
 private:
     Machine &machine(const QString &name);
@@ -300,27 +301,72 @@ void TestDropboxSync::revokedTokenAsksToReconnect()
     QVERIFY(!m_fake->files().contains(u"/sync/2024-03.json"_s));
 }
 
-void TestDropboxSync::agentThatDiedIsStartedAgain()
+void TestDropboxSync::agentKilledMidUploadLosesNothing_data()
 {
+    QTest::addColumn<QString>("fault");
+    QTest::addColumn<int>("kills");
+
+    // The client sends the upload once more, to a new agent: the same content goes up.
+    QTest::newRow("before Dropbox stored the upload") << "hold" << 1;
+    // Dropbox has the file but its answer never came: the same content sent again is no conflict.
+    QTest::newRow("after Dropbox stored the upload") << "hold_after" << 1;
+    // The second agent dies too: the run gives up, and the next one uploads.
+    QTest::newRow("on the second try as well") << "hold" << 2;
+}
+
+void TestDropboxSync::agentKilledMidUploadLosesNothing()
+{
+    QFETCH(QString, fault);
+    QFETCH(int, kills);
+
     Machine &a = machine(u"a"_s);
     Machine &b = machine(u"b"_s);
     add(a, local(2024, 3, 1, 9, 0), u"Survives the agent"_s);
     QDBusConnectionInterface *bus = QDBusConnection::sessionBus().interface();
     const QString name = QString::fromLatin1(DropboxAgentClient::ServiceName);
-    uint killed = 0;
-    // The agent dies after the listing, as a crash or the idle exit would end it; the upload finds a new one,
-    // which has the token again.
+    QList<uint> killed;
+    std::unique_ptr<QThread> killer;
+    // Dropbox keeps the month's upload open; meanwhile the agent dies, as a crash would end it.
     const Outcome outcome = run(a, [&] {
-        killed = bus->servicePid(name).value();
-        ::kill(pid_t(killed), SIGKILL);
-        while (bus->isServiceRegistered(name))
-            QThread::msleep(10);
+        m_fake->injectFault({ { u"route"_s, u"files/upload"_s }, { u"kind"_s, fault }, { u"count"_s, kills } });
+        killer.reset(QThread::create([&] {
+            for (int i = 0; i < kills; ++i) {
+                while (m_fake->read(u"held"_s).toObject().value(u"count"_s).toInt() == 0)
+                    QThread::msleep(10);
+                const uint agent = bus->servicePid(name).value();
+                killed.append(agent);
+                ::kill(pid_t(agent), SIGKILL);
+                while (bus->servicePid(name).value() == agent)
+                    QThread::msleep(10);
+                m_fake->control(u"release"_s);
+            }
+        }));
+        killer->start();
     });
-    QCOMPARE(outcome.error, QString());
-    QVERIFY(killed > 0);
-    QVERIFY(bus->servicePid(name).value() != killed);
+    QVERIFY(killer);
+    QVERIFY(killer->wait(60000));
+    QCOMPARE(killed.size(), kills);
+    // Each try met an agent of its own.
+    QVERIFY(!killed.contains(0u));
+    QCOMPARE(QSet<uint>(killed.cbegin(), killed.cend()).size(), kills);
+    if (kills > 1) {
+        QCOMPARE(outcome.status, int(BVSyncService::Failed));
+        QVERIFY2(outcome.error.endsWith(u"\n\nPlease retry sync"_s), qPrintable(outcome.error));
+        QVERIFY(!m_fake->files().contains(u"/sync/2024-03.json"_s));
+        QCOMPARE(run(a).error, QString());
+    } else {
+        QCOMPARE(outcome.error, QString());
+        QCOMPARE(m_fake->requests(u"files/upload"_s).last().toObject().value(u"status"_s).toInt(), 200);
+    }
+    QVERIFY(m_fake->files()
+                .value(u"/sync/2024-03.json"_s)
+                .toObject()
+                .value(u"content"_s)
+                .toString()
+                .contains(u"Survives the agent"_s));
     QCOMPARE(run(b).error, QString());
     QCOMPARE(journal(b), journal(a));
+    QCOMPARE(journal(a).size(), 1);
 }
 
 QTEST_GUILESS_MAIN(TestDropboxSync)

@@ -64,7 +64,6 @@ QProcessEnvironment FakeDropbox::agentEnvironment(QProcessEnvironment base) cons
 {
     base.insert(u"BRIMVALE_DROPBOX_API_URL"_s, apiUrl());
     base.insert(u"BRIMVALE_DROPBOX_CONTENT_URL"_s, contentUrl());
-    base.insert(u"BRIMVALE_DROPBOX_AUTH_URL"_s, apiUrl());
     return base;
 }
 

@@ -26,7 +26,7 @@ public:
 
     QString apiUrl() const;
     QString contentUrl() const;
-    // `base` with the agent's three endpoint variables pointing here (the web host is the API port).
+    // `base` with the agent's two endpoint variables pointing here.
     QProcessEnvironment agentEnvironment(QProcessEnvironment base = QProcessEnvironment::systemEnvironment()) const;
 
     QJsonObject writeFile(const QString &path, const QByteArray &content);

@@ -18,9 +18,12 @@ Controls (JSON bodies; answers are JSON):
   POST /_control/faults    {"route", "kind", "count", "status", "retry_after", "body", "text"}
         kind: "429" (JSON, or plain text with "text": true), "status" (a bare HTTP status such as 500 or 503),
         "error" (the given status and JSON body), "drop" (close before answering), "drop_after" (do the work,
-        then close without answering), "truncate" (send half the answer, then close). route: "files/upload",
-        "oauth2/token", ... or "*".
+        then close without answering), "truncate" (send half the answer, then close), "hold" and "hold_after"
+        (keep the request open before or after doing the work until /_control/release, then close without
+        answering). route: "files/upload", "oauth2/token", ... or "*".
   GET  /_control/faults                                            faults not yet used
+  GET  /_control/held                                              {"count"} of requests held open now
+  POST /_control/release                                           ends every held request
   POST /_control/tokens    {"token", "state": "valid"|"expired"|"invalid"}
                            {"refresh_token", "client_id"}          a refresh token the token route accepts
                            {"oauth1_token", "oauth1_token_secret"} an old-scheme token the upgrade accepts
@@ -131,6 +134,7 @@ class Store:
         self.expires_in = 14400
         self.page_size = page_size
         self.faults = []
+        self.held = []
         self.requests = []
         self.account = {
             "given_name": "Zoë", "surname": "Brimvale", "familiar_name": "Zoë", "display_name": "Zoë Brimvale",
@@ -319,6 +323,15 @@ class Handler(http.server.BaseHTTPRequestHandler):
         except OSError:
             pass
 
+    def hold(self, entry):
+        """Keeps the request open until the test releases it, then closes it without an answer."""
+        released = threading.Event()
+        with self.store.lock:
+            entry["status"] = "held"
+            self.store.held.append(released)
+        released.wait(120)
+        return self.drop()
+
     def log_request_entry(self, route, body):
         entry = {"host": self.host_role, "method": self.command, "path": urllib.parse.urlsplit(self.path).path,
                  "route": route, "query": urllib.parse.urlsplit(self.path).query,
@@ -352,6 +365,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if self.host_role == "api" and path == "/_control/faults":
             with self.store.lock:
                 return self.send_json(200, self.store.faults)
+        if self.host_role == "api" and path == "/_control/held":
+            with self.store.lock:
+                return self.send_json(200, {"count": len(self.store.held)})
         if self.host_role == "api" and path == "/oauth2/authorize":
             return self.authorize()
         self.send(404, b"Not found", "text/plain; charset=utf-8")
@@ -377,6 +393,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if fault and fault["kind"] == "drop":
             entry["status"] = "dropped"
             return self.drop()
+        if fault and fault["kind"] == "hold":
+            return self.hold(entry)
         if fault and fault["kind"] == "429":
             entry["status"] = 429
             retry = int(fault.get("retry_after", 1))
@@ -402,6 +420,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
         if fault and fault["kind"] == "drop_after":
             entry["status"] = "dropped"
             return self.drop()
+        if fault and fault["kind"] == "hold_after":
+            return self.hold(entry)
         truncate = bool(fault and fault["kind"] == "truncate")
         entry["status"] = "truncated" if truncate else status
         if raw is not None:
@@ -767,6 +787,11 @@ class Handler(http.server.BaseHTTPRequestHandler):
                 return self.send_json(200, s.file_metadata(s.write(arg["path"], content)))
             if name == "delete":
                 return self.send_json(200, s.remove(arg["path"].lower()))
+            if name == "release":
+                for released in s.held:
+                    released.set()
+                count, s.held = len(s.held), []
+                return self.send_json(200, {"count": count})
             if name == "reset":
                 s.epoch += 1
                 return self.send_json(200, {"epoch": s.epoch})

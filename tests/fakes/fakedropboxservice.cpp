@@ -260,7 +260,12 @@ void FakeDropboxService::revokeToken(std::function<void(QString error)> reply)
     QMutexLocker locker(&m_mutex);
     record(QStringLiteral("RevokeToken"));
     QString error = takeFailure(QStringLiteral("RevokeToken"));
-    if (error.isEmpty()) {
+    // As the agent answers: Dropbox refuses an expired token, and one it no longer knows is as good as
+    // revoked.
+    if (error.isEmpty() && m_expired.contains(m_token))
+        error = QStringLiteral("expired_access_token: Disconnecting from Dropbox failed: the Dropbox access token "
+                               "has expired");
+    else if (error.isEmpty() && m_accepted.contains(m_token)) {
         m_accepted.remove(m_token);
         m_revoked.append(m_token);
         // Revoking a token made from the refresh token ends the refresh token too.

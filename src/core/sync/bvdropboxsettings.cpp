@@ -34,7 +34,9 @@ void BVDropboxSettings::reload()
     values.accountId = m_defaults.stringForKey(AccountIdKey);
     values.syncDate = QDateTime::fromString(m_defaults.stringForKey(SyncDateKey), Qt::ISODateWithMs);
     QMutexLocker locker(&m_mutex);
-    m_values = values;
+    // A change made on another thread that has not reached the file yet is newer than the file.
+    if (m_pendingWrites == 0)
+        m_values = values;
 }
 
 BVDropboxSettings::Values BVDropboxSettings::values() const
@@ -54,11 +56,17 @@ void BVDropboxSettings::write(std::function<void()> change)
         m_defaults.synchronize();
         return;
     }
+    {
+        QMutexLocker locker(&m_mutex);
+        ++m_pendingWrites;
+    }
     QMetaObject::invokeMethod(
         this,
         [this, change = std::move(change)] {
             change();
             m_defaults.synchronize();
+            QMutexLocker locker(&m_mutex);
+            --m_pendingWrites;
         },
         Qt::QueuedConnection);
 }
@@ -103,6 +111,17 @@ void BVDropboxSettings::setDropboxConnectedAccountName(const QString &name, cons
 QDateTime BVDropboxSettings::dropboxSyncDate() const
 {
     return values().syncDate;
+}
+
+void BVDropboxSettings::setDropboxSyncDate(const QDateTime &date)
+{
+    {
+        QMutexLocker locker(&m_mutex);
+        m_values.syncDate = date;
+    }
+    // As BvSettings writes it: ISO 8601 in UTC.
+    const QString text = date.isValid() ? date.toUTC().toString(Qt::ISODateWithMs) : QString();
+    write([this, text] { writeString(m_defaults, text, SyncDateKey); });
 }
 
 void BVDropboxSettings::clearAccount()

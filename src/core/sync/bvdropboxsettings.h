@@ -30,6 +30,8 @@ public:
     // Null strings remove the keys.
     void setDropboxConnectedAccountName(const QString &name, const QString &andAccountID);
     QDateTime dropboxSyncDate() const;
+    // The end of the last successful Dropbox run.
+    void setDropboxSyncDate(const QDateTime &date);
     // Removes the account, the cursor and the sync date.
     void clearAccount();
 
@@ -48,4 +50,6 @@ private:
     UserDefaults &m_defaults;
     mutable QMutex m_mutex;
     Values m_values;
+    // Writes made on other threads that have not reached the file yet.
+    int m_pendingWrites = 0;
 };

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <expected>
 #include <fcntl.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -15,6 +14,7 @@
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QTemporaryFile>
 
 #include "base/clock.h"
 #include "base/logging.h"
@@ -30,6 +30,11 @@ const auto OldTokenKey = QStringLiteral("oauth_token");
 const auto OldTokenSecretKey = QStringLiteral("oauth_token_secret");
 const auto RefreshTokenKey = QStringLiteral("oauth2_refresh_token");
 const auto TokenExpiryKey = QStringLiteral("oauth2_token_expiry");
+
+QString storeFailedMessage()
+{
+    return QStringLiteral("Failed to store new oauth token");
+}
 
 // A token this close to its expiry is refreshed before a run rather than in the middle of one.
 constexpr qint64 RefreshMarginSecs = 300;
@@ -115,22 +120,19 @@ QString copyFileToCache(int fd, const QString &target)
     return {};
 }
 
-// The content as a file of its own in memory, for an upload of something that is not a file on disk.
-std::expected<DropboxSyncServiceProtocol::FileHandle, QString> memoryFile(const QByteArray &content)
+// The content as a file of its own, for an upload of something that is not a file on disk. The file is
+// removed at once; the descriptor keeps it readable until it is closed.
+std::expected<DropboxSyncServiceProtocol::FileHandle, QString> contentFile(const QByteArray &content)
 {
-    const int fd = ::memfd_create("brimvale-upload", MFD_CLOEXEC);
+    QTemporaryFile file(QDir::tempPath() + QStringLiteral("/brimvale-upload-XXXXXX"));
+    if (!file.open())
+        return std::unexpected(file.errorString());
+    if (file.write(content) != content.size() || !file.flush())
+        return std::unexpected(file.errorString());
+    const int fd = ::fcntl(file.handle(), F_DUPFD_CLOEXEC, 0);
     if (fd < 0)
         return std::unexpected(systemError(errno));
-    const DropboxSyncServiceProtocol::FileHandle handle(fd);
-    for (qsizetype written = 0; written < content.size();) {
-        const ssize_t n = ::write(fd, content.constData() + written, size_t(content.size() - written));
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n <= 0)
-            return std::unexpected(systemError(n < 0 ? errno : EIO));
-        written += n;
-    }
-    return handle;
+    return DropboxSyncServiceProtocol::FileHandle(fd);
 }
 
 QString orNull(const QString &text)
@@ -271,7 +273,7 @@ void BVDropboxSyncBackend::initializeBackend(Completion completion)
                     return;
                 }
                 if (!BvKeychain(*m_services.keychain).saveGenericPassword(reply.accessToken, TokenKey)) {
-                    reportError(QStringLiteral("Failed to store new oauth token"));
+                    reportError(storeFailedMessage());
                     return;
                 }
                 m_token = reply.accessToken;
@@ -337,7 +339,7 @@ void BVDropboxSyncBackend::readTimeZone(const QByteArray &proposedZoneId, int at
             // Upload expecting no file: of two machines starting at once, one records its zone and the
             // other's upload is refused, after which it reads the recorded zone.
             const std::expected<DropboxSyncServiceProtocol::FileHandle, QString> content
-                = memoryFile(BVSyncTimeZoneFile::json(proposedZoneId));
+                = contentFile(BVSyncTimeZoneFile::json(proposedZoneId));
             if (!content) {
                 reportError(QStringLiteral("Failed to write %1 to Dropbox. %2\n\nPlease retry sync")
                                 .arg(name, content.error()));
@@ -484,7 +486,8 @@ void BVDropboxSyncBackend::downloadFileWithName(const QString &name, const std::
             const QString error
                 = file.handle.fd() < 0 ? systemError(EBADF) : copyFileToCache(file.handle.fd(), saveToFile);
             if (!error.isEmpty()) {
-                reportError(QStringLiteral("Failed to move file %1 to cache. %2").arg(name, error));
+                log(QStringLiteral("Failed to copy %1 to %2: %3").arg(name, saveToFile, error));
+                reportError(QStringLiteral("Failed to move file %1 to cache.").arg(name));
                 return;
             }
             andCallback(true);
@@ -548,24 +551,25 @@ QUrl BVDropboxSyncBackend::authorize()
     return DropboxAuthorization::implicitGrantUrl();
 }
 
-void BVDropboxSyncBackend::storeAccessToken(const QString &token, const QString &refreshToken, qint64 expiresInSecs)
+bool BVDropboxSyncBackend::storeAccessToken(const QString &token, const QString &refreshToken, qint64 expiresInSecs)
 {
     BvKeychain keychain(*m_services.keychain);
-    keychain.saveGenericPassword(token, TokenKey);
+    const bool stored = keychain.saveGenericPassword(token, TokenKey);
     m_token = token;
     m_refreshToken = refreshToken;
     if (refreshToken.isEmpty()) {
         keychain.deleteGenericPasswordForAccount(RefreshTokenKey);
         keychain.deleteGenericPasswordForAccount(TokenExpiryKey);
         m_tokenExpiry = QDateTime();
-        return;
+        return stored;
     }
-    keychain.saveGenericPassword(refreshToken, RefreshTokenKey);
+    const bool refreshStored = stored && keychain.saveGenericPassword(refreshToken, RefreshTokenKey);
     m_tokenExpiry = expiresInSecs > 0 ? m_services.clock->now().addSecs(expiresInSecs) : QDateTime();
     if (m_tokenExpiry.isValid())
         keychain.saveGenericPassword(m_tokenExpiry.toUTC().toString(Qt::ISODate), TokenExpiryKey);
     else
         keychain.deleteGenericPasswordForAccount(TokenExpiryKey);
+    return refreshStored;
 }
 
 void BVDropboxSyncBackend::connectDropboxAccount(const QString &name, const QString &accountId, const QString &token)
@@ -576,9 +580,12 @@ void BVDropboxSyncBackend::connectDropboxAccount(const QString &name, const QStr
 void BVDropboxSyncBackend::connectDropboxAccountWithName(
     const QString &name, const QString &accountID, const QString &token)
 {
-    storeAccessToken(token, QString(), 0);
     m_usesOldToken = false;
     m_connectionMade = false;
+    if (!storeAccessToken(token, QString(), 0)) {
+        reportError(storeFailedMessage());
+        return;
+    }
     updateAccountName(name, accountID);
     syncDropboxAccountInfo();
 }
@@ -593,11 +600,19 @@ void BVDropboxSyncBackend::connectDropboxAccountWithCode(const QString &code, co
                     done(reply.error.isEmpty() ? QStringLiteral("Dropbox sent no access token.") : reply.error);
                 return;
             }
-            storeAccessToken(reply.accessToken, reply.refreshToken, reply.expiresInSecs);
             m_usesOldToken = false;
             m_connectionMade = false;
+            if (!storeAccessToken(reply.accessToken, reply.refreshToken, reply.expiresInSecs)) {
+                if (done)
+                    done(storeFailedMessage());
+                return;
+            }
             updateAccountName(QString(), reply.accountId);
-            syncDropboxAccountInfo(done);
+            // Connected once the tokens are stored: a name that does not arrive now comes with the next run.
+            syncDropboxAccountInfo([done](const QString &) {
+                if (done)
+                    done({});
+            });
         });
 }
 
@@ -605,6 +620,8 @@ void BVDropboxSyncBackend::disconnectDropbox(std::function<void(const QString &e
 {
     loadTokens();
     const QString token = m_token;
+    const QString refreshToken = m_refreshToken;
+    const bool expiresSoon = tokenExpiresSoon();
     m_services.settings->clearAccount();
     BvKeychain keychain(*m_services.keychain);
     for (const QString &key : { TokenKey, OldTokenKey, OldTokenSecretKey, RefreshTokenKey, TokenExpiryKey })
@@ -612,6 +629,7 @@ void BVDropboxSyncBackend::disconnectDropbox(std::function<void(const QString &e
     m_token.clear();
     m_refreshToken.clear();
     m_tokenExpiry = QDateTime();
+    m_connectionMade = false;
     Q_EMIT BvDropboxAuthChanged();
     if (token.isEmpty()) {
         if (done)
@@ -619,14 +637,40 @@ void BVDropboxSyncBackend::disconnectDropbox(std::function<void(const QString &e
         return;
     }
     // Revoking also ends every token derived from the same refresh token, so a copy of the keyring left
-    // elsewhere opens nothing.
-    m_services.service->syncInitWithSyncRoot(QString::fromLatin1(SyncRoot), token);
-    m_connectionMade = false;
-    m_services.service->revokeToken([done = std::move(done)](QString error) {
+    // elsewhere opens nothing. Dropbox refuses to revoke with an expired access token, so one is renewed
+    // first; the renewed token is used only for the revocation and never stored.
+    DropboxSyncServiceProtocol *service = m_services.service;
+    const auto finish = [done](const QString &error) {
         if (!error.isEmpty())
             qCWarning(lcSync).noquote() << QStringLiteral("Failed to revoke the Dropbox token: %1").arg(error);
         if (done)
             done(error);
+    };
+    const auto revokeWith = [service](const QString &accessToken, std::function<void(QString)> answer) {
+        service->syncInitWithSyncRoot(QString::fromLatin1(SyncRoot), accessToken);
+        service->revokeToken(std::move(answer));
+    };
+    const auto refreshThenRevoke = [service, refreshToken, revokeWith, finish] {
+        service->refreshToken(refreshToken, QString::fromLatin1(DropboxAuthorization::AppKey),
+            [revokeWith, finish](DropboxSyncServiceProtocol::Refreshed reply) {
+                if (!reply.error.isEmpty() || reply.accessToken.isEmpty()) {
+                    finish(reply.error.isEmpty() ? QStringLiteral("Dropbox sent no access token.") : reply.error);
+                    return;
+                }
+                revokeWith(reply.accessToken, finish);
+            });
+    };
+    if (!refreshToken.isEmpty() && expiresSoon) {
+        refreshThenRevoke();
+        return;
+    }
+    revokeWith(token, [refreshToken, refreshThenRevoke, finish](QString error) {
+        if (!refreshToken.isEmpty()
+            && error.startsWith(QLatin1String(DropboxSyncServiceProtocol::ExpiredTokenPrefix))) {
+            refreshThenRevoke();
+            return;
+        }
+        finish(error);
     });
 }
 

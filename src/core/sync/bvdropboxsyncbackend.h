@@ -73,7 +73,8 @@ public:
     void connectDropboxAccount(const QString &name, const QString &accountId, const QString &token) override;
     void connectDropboxAccountWithName(const QString &name, const QString &accountID, const QString &token);
     // The code flow: exchanges the code through the agent, stores the tokens and the expiry, records the
-    // account and fetches its name. `done` gets an empty text on success, else the reason.
+    // account and fetches its name. `done` gets an empty text once the tokens are stored (a failed name
+    // fetch only warns), else the reason.
     void connectDropboxAccountWithCode(const QString &code, const QString &codeVerifier, const QString &redirectUri,
         std::function<void(const QString &error)> done);
     // Forgets the account here (settings and keyring) at once, then asks Dropbox to revoke the token;
@@ -93,7 +94,9 @@ Q_SIGNALS:
 private:
     void loadTokens();
     void xpcGetConnection();
-    void storeAccessToken(const QString &token, const QString &refreshToken, qint64 expiresInSecs);
+    // False when the keyring did not take the token (or the refresh token); the tokens serve this object
+    // either way.
+    bool storeAccessToken(const QString &token, const QString &refreshToken, qint64 expiresInSecs);
     void updateAccountName(const QString &name, const QString &andAccountID);
     void saveAccountID(const QString &accountID, const QString &andName);
     bool tokenExpiresSoon() const;

@@ -31,11 +31,15 @@ BVSyncManager::~BVSyncManager() = default;
 
 void BVSyncManager::startSync()
 {
-    if (m_currentSyncService)
+    if (m_currentSyncService || m_starting)
         return;
     const int method = m_settings.syncMethod();
-    std::unique_ptr<BVSyncServiceBackend> backend = method == 0 ? nullptr : m_backends(method);
-    if (!backend)
+    if (method == 0)
+        return;
+    m_starting = true;
+    std::unique_ptr<BVSyncServiceBackend> backend = m_backends(method);
+    m_starting = false;
+    if (!backend || m_currentSyncService)
         return;
     m_lastSyncService.reset();
     m_currentSyncService

@@ -78,4 +78,7 @@ private:
     std::optional<QDateTime> m_nextFire;
     std::unique_ptr<BVSyncService> m_currentSyncService;
     std::unique_ptr<BVSyncService> m_lastSyncService;
+    // Set while the factory makes the run's backend, which may wait for the keyring in a nested event loop
+    // where another request to sync can arrive.
+    bool m_starting = false;
 };
