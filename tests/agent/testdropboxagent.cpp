@@ -5,6 +5,7 @@
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusMetaType>
+#include <QDBusPendingCall>
 #include <QDBusUnixFileDescriptor>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -86,6 +87,7 @@ private Q_SLOTS:
     void failuresBecomeOneClearText_data();
     void failuresBecomeOneClearText();
     void deleteRemovesAndAlreadyGoneIsDone();
+    void callsAreServedWhileAnotherWaits();
     void codeExchangeRefreshAndRevoke();
     void oldTokenIsUpgraded();
     void everyRequestDeclaresItsBody();
@@ -541,6 +543,28 @@ void TestDropboxAgent::deleteRemovesAndAlreadyGoneIsDone()
     QVERIFY(!m_fake->files().contains(u"/sync/2024-03.json"_s));
     QCOMPARE(call(u"DeleteFile"_s, { u"2024-03.json"_s }).arguments(), QVariantList { QString() });
     QCOMPARE(m_fake->requests(u"files/delete_v2"_s).at(0)[u"body"_s].toString(), uR"({"path":"/sync/2024-03.json"})"_s);
+}
+
+void TestDropboxAgent::callsAreServedWhileAnotherWaits()
+{
+    syncInit();
+    // The listing waits out a rate limit; the account call that follows must not queue behind it.
+    m_fake->injectFault({ { u"route"_s, u"files/list_folder"_s }, { u"kind"_s, u"429"_s }, { u"retry_after"_s, 3 } });
+    const auto asyncCall = [](const QString &method, const QVariantList &arguments) {
+        QDBusMessage message = QDBusMessage::createMethodCall(DropboxSyncService::serviceName(),
+            DropboxSyncService::objectPath(), u"com.brimvaleapp.DropboxSyncService1"_s, method);
+        message.setArguments(arguments);
+        return QDBusConnection::sessionBus().asyncCall(message, 60000);
+    };
+    QDBusPendingCall listing = asyncCall(u"GetChanges"_s, { QString() });
+    QTRY_COMPARE(m_fake->requests(u"files/list_folder"_s).size(), 1);
+    QDBusPendingCall account = asyncCall(u"GetAccountInfo"_s, {});
+    account.waitForFinished();
+    QCOMPARE(account.reply().arguments().value(3).toString(), QString());
+    QVERIFY(!listing.isFinished());
+    listing.waitForFinished();
+    QCOMPARE(listing.reply().arguments().value(3).toString(), QString());
+    QCOMPARE(m_fake->requests(u"files/list_folder"_s).size(), 2);
 }
 
 void TestDropboxAgent::codeExchangeRefreshAndRevoke()
