@@ -273,9 +273,15 @@ QDBusUnixFileDescriptor DropboxSyncService::GetFile(
     const QString &name, const QDBusMessage &message, QString &, int &, QString &)
 {
     const QString action = u"Download of %1"_s.arg(name);
-    const auto failure = [action](int status, const QString &text) {
+    const auto failure = [](int status, const QString &text) {
+        // A reply needs a valid descriptor even when there is no content; /dev/null serves where no
+        // temporary file can be made.
         QString ignored;
-        return QVariantList { QVariant::fromValue(contentDescriptor({}, &ignored)), QString(), status, text };
+        QDBusUnixFileDescriptor empty = contentDescriptor({}, &ignored);
+        QFile null(u"/dev/null"_s);
+        if (!empty.isValid() && null.open(QIODevice::ReadOnly))
+            empty = QDBusUnixFileDescriptor(null.handle());
+        return QVariantList { QVariant::fromValue(empty), QString(), status, text };
     };
     if (!begin(message, true, failure(0, QString())))
         return {};
