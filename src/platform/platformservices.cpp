@@ -43,10 +43,11 @@ std::unique_ptr<IdleSource> idleSourceForSession()
     if (wayland)
         candidates.push_back(std::make_unique<IdleSourceWayland>(QString()));
 #endif
-    candidates.push_back(std::make_unique<IdleSourceScreenSaver>(QDBusConnection::sessionBus(), wayland));
 #ifdef BRIMVALE_HAVE_XCB
+    // On X11 the server's own count first: it needs no desktop service (Plasma on X11 still has it).
     candidates.push_back(std::make_unique<IdleSourceX11>(QString(), wayland));
 #endif
+    candidates.push_back(std::make_unique<IdleSourceScreenSaver>(QDBusConnection::sessionBus(), wayland));
     QStringList reasons;
     for (auto &candidate : candidates) {
         if (candidate->isAvailable()) {

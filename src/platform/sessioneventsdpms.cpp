@@ -38,13 +38,29 @@ SessionEventsDpms::~SessionEventsDpms()
 
 void SessionEventsDpms::start()
 {
-    if (isAvailable())
+    m_started = true;
+    updatePolling();
+}
+
+void SessionEventsDpms::setTracking(bool tracking)
+{
+    m_tracking = tracking;
+    updatePolling();
+}
+
+void SessionEventsDpms::updatePolling()
+{
+    const bool needed = m_started && isAvailable() && (m_tracking || m_asleep);
+    if (!needed)
+        m_timer.stop();
+    else if (!m_timer.isActive())
         m_timer.start();
 }
 
 void SessionEventsDpms::poll()
 {
     if (xcb_connection_has_error(m_connection)) {
+        m_reason = u"The connection to the X server was lost."_s;
         m_timer.stop();
         return;
     }
@@ -60,4 +76,5 @@ void SessionEventsDpms::poll()
         Q_EMIT computerEventDidStart(2);
     else
         Q_EMIT computerEventDidStop(2);
+    updatePolling();
 }

@@ -41,17 +41,29 @@ void SessionEventsLogind::start()
     m_started = true;
     m_bus.connect(Service, ManagerPath, ManagerInterface, u"PrepareForSleep"_s, this, SLOT(onPrepareForSleep(bool)));
 
-    // The session: by its id when the desktop named it, else the one this process runs in.
+    // The session: by its id when the desktop named it, else the one this process runs in, else the one
+    // logind picks for the caller ("auto"). Signals come only from the session's own object path.
     QDBusMessage call = m_sessionId.isEmpty()
         ? QDBusMessage::createMethodCall(Service, ManagerPath, ManagerInterface, u"GetSessionByPID"_s)
             << quint32(QCoreApplication::applicationPid())
         : QDBusMessage::createMethodCall(Service, ManagerPath, ManagerInterface, u"GetSession"_s) << m_sessionId;
-    const QDBusReply<QDBusObjectPath> session = m_bus.call(call, QDBus::Block, 2000);
-    m_sessionPath = session.isValid() ? session.value().path() : u"/org/freedesktop/login1/session/auto"_s;
-    m_bus.connect(Service, m_sessionPath, SessionInterface, u"Lock"_s, this, SLOT(onLock()));
-    m_bus.connect(Service, m_sessionPath, SessionInterface, u"Unlock"_s, this, SLOT(onUnlock()));
-    m_bus.connect(Service, m_sessionPath, u"org.freedesktop.DBus.Properties"_s, u"PropertiesChanged"_s, this,
-        SLOT(onSessionPropertiesChanged(QString, QVariantMap, QStringList)));
+    QDBusReply<QDBusObjectPath> session = m_bus.call(call, QDBus::Block, 2000);
+    if (!session.isValid()) {
+        qCInfo(lcLogind).noquote() << "No logind session by id or process:" << session.error().message();
+        session = m_bus.call(
+            QDBusMessage::createMethodCall(Service, ManagerPath, ManagerInterface, u"GetSession"_s) << u"auto"_s,
+            QDBus::Block, 2000);
+    }
+    if (session.isValid()) {
+        m_sessionPath = session.value().path();
+        m_bus.connect(Service, m_sessionPath, SessionInterface, u"Lock"_s, this, SLOT(onLock()));
+        m_bus.connect(Service, m_sessionPath, SessionInterface, u"Unlock"_s, this, SLOT(onUnlock()));
+        m_bus.connect(Service, m_sessionPath, u"org.freedesktop.DBus.Properties"_s, u"PropertiesChanged"_s, this,
+            SLOT(onSessionPropertiesChanged(QString, QVariantMap, QStringList)));
+    } else {
+        qCWarning(lcLogind).noquote() << "No logind session: the lock goes unseen:" << session.error().message();
+    }
+    // Sleep is the manager's, whatever the session.
     if (m_tracking)
         takeInhibitor();
 }

@@ -42,6 +42,8 @@ private Q_SLOTS:
     void idleAnswerChangesTheJournal_data();
     void idleAnswerChangesTheJournal();
     void idleAnswerCutsOnlyTheActivityItWasAskedAbout();
+    void idleQuestionIsPostedOnlyWithSystemNotifications_data();
+    void idleQuestionIsPostedOnlyWithSystemNotifications();
     void reminderRearmFollowsTheStateItBelongsTo_data();
     void reminderRearmFollowsTheStateItBelongsTo();
     void reminderTick_data();
@@ -231,6 +233,7 @@ void TestAttention::idleAnswerChangesTheJournal()
     QFETCH(int, response);
     QFETCH(QStringList, expected);
     QFETCH(bool, watchingAfter);
+    m_settings->setAppNotificationType(BvUserNotificationService::SystemNotifications);
     m_settings->setIdleTimeoutDetection(true);
     startTracking(u"@Acme mock-ups"_s);
     QSignalSpy requested(m_attention.get(), &AttentionController::idlePromptRequested);
@@ -290,6 +293,28 @@ void TestAttention::idleAnswerCutsOnlyTheActivityItWasAskedAbout()
     QVERIFY(m_manager->isTracking());
     QCOMPARE(m_manager->currentActivity()->text(), u"second"_s);
     QCOMPARE(m_manager->currentActivity()->timeFrom(), at(u"10:21"_s));
+}
+
+void TestAttention::idleQuestionIsPostedOnlyWithSystemNotifications_data()
+{
+    QTest::addColumn<int>("appNotificationType");
+    QTest::addColumn<int>("posted");
+    QTest::newRow("none") << 0 << 0;
+    QTest::newRow("system") << 2 << 1;
+}
+
+void TestAttention::idleQuestionIsPostedOnlyWithSystemNotifications()
+{
+    QFETCH(int, appNotificationType);
+    QFETCH(int, posted);
+    m_settings->setAppNotificationType(appNotificationType);
+    m_settings->setIdleTimeoutDetection(true);
+    startTracking(u"@Acme mock-ups"_s);
+    m_idle.touch(at(u"10:00"_s));
+    m_clock.set(at(u"10:20"_s));
+    m_attention->idleTimer().check();
+    QVERIFY(m_attention->hasIdlePrompt());
+    QCOMPARE(m_centre.delivered.size(), posted);
 }
 
 void TestAttention::reminderRearmFollowsTheStateItBelongsTo_data()

@@ -156,14 +156,18 @@ void TestAttentionProcess::sleepStopsAndWakeResumes()
     QTest::qWait(1500);
     QElapsedTimer sleepTook;
     sleepTook.start();
+    const QDateTime beforeSleep = QDateTime::currentDateTimeUtc();
     m_logind->emitSignal(u"org.freedesktop.login1.Manager"_s, u"PrepareForSleep"_s, u"b"_s, { true });
     // The app lets go of the delay lock only once the stop is in the store.
     QTRY_COMPARE(inhibitorCount(*m_logind), 0);
     const qint64 releasedAfter = sleepTook.elapsed();
     QList<ActivityPtr> stored = storedActivities();
     QCOMPARE(stored.size(), 1);
-    QVERIFY(stored.at(0)->timeFrom().secsTo(stored.at(0)->timeTo()) >= 1);
-    QVERIFY(stored.at(0)->timeTo() <= QDateTime::currentDateTimeUtc());
+    // The stop written when the machine went to sleep: not the start, nor a time before it.
+    const QDateTime stoppedAt = stored.at(0)->timeTo();
+    QVERIFY2(stoppedAt >= stored.at(0)->timeFrom().addMSecs(1500), qPrintable(stoppedAt.toString(Qt::ISODateWithMs)));
+    QVERIFY2(stoppedAt >= beforeSleep, qPrintable(stoppedAt.toString(Qt::ISODateWithMs)));
+    QVERIFY(stoppedAt <= QDateTime::currentDateTimeUtc());
     QCOMPARE(trackedText(), std::optional<QString>(QString()));
     qInfo("PrepareForSleep(true) to the delay lock's release, with the stop saved: %lld ms", releasedAfter);
 

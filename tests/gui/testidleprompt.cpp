@@ -70,6 +70,13 @@ void TestIdlePrompt::choicesInOrderWithTheRememberedDefault()
         titles << choice->text();
     QCOMPARE(titles, (QStringList { u"Subtract idle time and stop"_s, u"Subtract idle time and continue"_s }));
     QVERIFY(window.findChild<QRadioButton *>(checked)->isChecked());
+    // A dialog with a title and a close button only, which cannot be resized.
+    const Qt::WindowFlags flags = window.windowFlags();
+    QCOMPARE(flags & Qt::WindowType_Mask, Qt::Dialog);
+    QVERIFY(flags.testFlags(Qt::WindowTitleHint | Qt::WindowCloseButtonHint | Qt::WindowStaysOnTopHint));
+    QVERIFY(!(flags & (Qt::WindowMinMaxButtonsHint | Qt::WindowContextHelpButtonHint)));
+    window.show();
+    QCOMPARE(window.minimumSize(), window.maximumSize());
     QCOMPARE(window.selectedIdleAction(), defaultIdleAction);
     QCOMPARE(
         window.selectedIdleActionTitle(), defaultIdleAction == 1 ? u"Subtract and stop"_s : u"Subtract and continue"_s);

@@ -88,6 +88,7 @@ private Q_SLOTS:
     void idleTimeIsCountedBackFromNow_data();
     void idleTimeIsCountedBackFromNow();
     void sleepIsInTheStoreBeforeTheLockIsReleased();
+    void lockReportedOncePerChange_data();
     void lockReportedOncePerChange();
     void screensaverActiveChanged_data();
     void screensaverActiveChanged();
@@ -236,12 +237,25 @@ void TestSessionSources::sleepIsInTheStoreBeforeTheLockIsReleased()
     QTRY_COMPARE(inhibitors(*logind), QStringList());
 }
 
+void TestSessionSources::lockReportedOncePerChange_data()
+{
+    QTest::addColumn<QString>("sessionId");
+    QTest::newRow("named by the desktop") << u"c2"_s;
+    // No session id and no session found by the process (a user service): logind's "auto" names the
+    // caller's session, but signals come from the session's own path.
+    QTest::newRow("found by logind") << QString();
+}
+
 void TestSessionSources::lockReportedOncePerChange()
 {
+    QFETCH(QString, sessionId);
     auto logind = DBusMock::fromTemplate(u"logind"_s, u"org.freedesktop.login1"_s, Bus::System);
     QVERIFY(logind);
     logind->mock(u"AddSession"_s, { u"c2"_s, u"seat0"_s, 1000u, u"user"_s, true });
-    SessionEventsLogind events(QDBusConnection::systemBus(), u"c2"_s);
+    logind->mock(u"AddMethod"_s,
+        { QString(), u"GetSession"_s, u"s"_s, u"o"_s,
+            u"ret = '/org/freedesktop/login1/session/' + ('c2' if args[0] == 'auto' else args[0])"_s });
+    SessionEventsLogind events(QDBusConnection::systemBus(), sessionId);
     QStringList log;
     eventsOf(events, this, log);
     events.start();

@@ -70,8 +70,10 @@ void AttentionController::onIdleTimerDidBecomeIdle()
     m_promptActivity = m_activityManager.currentActivity();
     setHasIdlePrompt(true);
     Q_EMIT idlePromptRequested(*idleFrom);
-    // For a session whose windows cannot take focus, the same question with its answers as buttons.
-    m_notifications.showIdlePromptNotification(*idleFrom, m_clock.now());
+    // For a session whose windows cannot take focus, the same question with its answers as buttons, when
+    // the user wants system notifications at all.
+    if (m_settings.appNotificationType() == BvUserNotificationService::SystemNotifications)
+        m_notifications.showIdlePromptNotification(*idleFrom, m_clock.now());
 }
 
 void AttentionController::idlePromptDidEnd(int response)

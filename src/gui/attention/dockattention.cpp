@@ -35,8 +35,20 @@ void DockAttention::requestUserAttention(bool critical)
 
 void DockAttention::cancelUserAttentionRequest()
 {
-    // Qt has no call to withdraw the hint: a request that lasts one millisecond replaces the lasting one.
-    QApplication::alert(m_trackingWindow, 1);
+    // Qt has no public call to withdraw the hint, and a new request is ignored while one is up. QWindow's
+    // own timeout ends a request through its private slot, which is what a withdrawal is.
+    QList<QWindow *> windows;
+    if (m_trackingWindow) {
+        if (QWindow *window = m_trackingWindow->window()->windowHandle())
+            windows << window;
+    } else {
+        for (QWidget *widget : QApplication::topLevelWidgets()) {
+            if (QWindow *window = widget->windowHandle())
+                windows << window;
+        }
+    }
+    for (QWindow *window : windows)
+        QMetaObject::invokeMethod(window, "_q_clearAlert", Qt::DirectConnection);
 }
 
 void DockAttention::onApplicationStateChanged(Qt::ApplicationState state)

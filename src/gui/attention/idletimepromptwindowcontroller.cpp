@@ -22,12 +22,15 @@ IdleTimePromptWindowController::IdleTimePromptWindowController(
 {
     setObjectName(u"IdleTimePromptWindowController"_s);
     setWindowTitle(u"Brimvale: idle time"_s);
-    // Above the other windows on every workspace: the user comes back to whichever one is in front.
-    setWindowFlag(Qt::WindowStaysOnTopHint);
+    // A question, not a window to arrange: a title and a close button, no minimizing or resizing; above the
+    // other windows, since the user comes back to whichever one is in front.
+    setWindowFlags(Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint
+        | Qt::WindowStaysOnTopHint);
     setWindowModality(Qt::ApplicationModal);
     setAttribute(Qt::WA_DeleteOnClose);
 
     auto *layout = new QVBoxLayout(this);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
     layout->setContentsMargins(20, 16, 20, 12);
     layout->setSpacing(10);
     setMinimumWidth(340);
