@@ -8,6 +8,7 @@
 
 #include "app/services/singleinstance.h"
 #include "platform/brimvaledbus.h"
+#include "support/dbusmock.h"
 
 using namespace Qt::StringLiterals;
 
@@ -36,24 +37,7 @@ QDBusMessage callMock(const QString &method, const QVariantList &arguments)
 // The arguments of every call of `method` the mock received, oldest first.
 QList<QVariantList> callsOf(const QString &method)
 {
-    const QDBusMessage reply = callMock(u"GetMethodCalls"_s, { method });
-    QList<QVariantList> calls;
-    const QDBusArgument list = reply.arguments().constFirst().value<QDBusArgument>();
-    list.beginArray();
-    while (!list.atEnd()) {
-        quint64 timestamp = 0;
-        QVariantList arguments;
-        list.beginStructure();
-        list >> timestamp >> arguments;
-        list.endStructure();
-        for (QVariant &argument : arguments) {
-            if (argument.canConvert<QDBusVariant>())
-                argument = argument.value<QDBusVariant>().variant();
-        }
-        calls.append(arguments);
-    }
-    list.endArray();
-    return calls;
+    return DBusMock::decodeMethodCalls(callMock(u"GetMethodCalls"_s, { method }));
 }
 
 } // namespace

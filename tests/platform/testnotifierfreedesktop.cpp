@@ -7,6 +7,7 @@
 #include <QProcess>
 
 #include "platform/notifierfreedesktop.h"
+#include "support/dbusmock.h"
 
 using namespace Qt::StringLiterals;
 
@@ -30,25 +31,7 @@ QDBusMessage callMock(const QString &method, const QVariantList &arguments)
 // The arguments of every call of `method` the server received, oldest first, with a{sv} as QVariantMap.
 QList<QVariantList> callsOf(const QString &method)
 {
-    const QDBusMessage reply = callMock(u"GetMethodCalls"_s, { method });
-    QList<QVariantList> calls;
-    const QDBusArgument list = reply.arguments().constFirst().value<QDBusArgument>();
-    list.beginArray();
-    while (!list.atEnd()) {
-        quint64 timestamp = 0;
-        QVariantList arguments;
-        list.beginStructure();
-        list >> timestamp >> arguments;
-        list.endStructure();
-        for (QVariant &argument : arguments) {
-            if (argument.canConvert<QDBusArgument>()
-                && argument.value<QDBusArgument>().currentType() == QDBusArgument::MapType)
-                argument = qdbus_cast<QVariantMap>(argument.value<QDBusArgument>());
-        }
-        calls.append(arguments);
-    }
-    list.endArray();
-    return calls;
+    return DBusMock::decodeMethodCalls(callMock(u"GetMethodCalls"_s, { method }));
 }
 
 void emitFromServer(const QString &signal, const QString &signature, const QVariantList &arguments)

@@ -1,6 +1,8 @@
 #include "support/dbusmock.h"
 
+#include <QDBusArgument>
 #include <QDBusConnectionInterface>
+#include <QDBusMetaType>
 #include <QDBusVariant>
 #include <QDeadlineTimer>
 #include <QThread>
@@ -68,6 +70,37 @@ std::unique_ptr<DBusMock> DBusMock::bare(const QString &busName, const QString &
 QDBusMessage DBusMock::mock(const QString &method, const QVariantList &args, const QString &path) const
 {
     return call(path.isEmpty() ? m_mainPath : path, u"org.freedesktop.DBus.Mock"_s, method, args);
+}
+
+QList<QVariantList> DBusMock::methodCalls(const QString &method, const QString &path) const
+{
+    return decodeMethodCalls(mock(QStringLiteral("GetMethodCalls"), { method }, path));
+}
+
+QList<QVariantList> DBusMock::decodeMethodCalls(const QDBusMessage &reply)
+{
+    QList<QVariantList> calls;
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().isEmpty())
+        return calls;
+    const QDBusArgument list = reply.arguments().constFirst().value<QDBusArgument>();
+    list.beginArray();
+    while (!list.atEnd()) {
+        quint64 timestamp = 0;
+        QVariantList arguments;
+        list.beginStructure();
+        list >> timestamp >> arguments;
+        list.endStructure();
+        for (QVariant &argument : arguments) {
+            if (argument.canConvert<QDBusVariant>())
+                argument = argument.value<QDBusVariant>().variant();
+            if (argument.canConvert<QDBusArgument>()
+                && argument.value<QDBusArgument>().currentType() == QDBusArgument::MapType)
+                argument = qdbus_cast<QVariantMap>(argument.value<QDBusArgument>());
+        }
+        calls.append(arguments);
+    }
+    list.endArray();
+    return calls;
 }
 
 QDBusMessage DBusMock::call(

@@ -2,6 +2,7 @@
 
 #include <QDBusConnection>
 #include <QDBusMessage>
+#include <QList>
 #include <QProcess>
 #include <QStringList>
 #include <QVariantList>
@@ -28,6 +29,10 @@ public:
     // Calls a method of the mocked service itself.
     QDBusMessage call(
         const QString &path, const QString &interface, const QString &method, const QVariantList &args = {}) const;
+    // The arguments of every call of `method` the mock received, oldest first (GetMethodCalls).
+    QList<QVariantList> methodCalls(const QString &method, const QString &path = QString()) const;
+    // Decodes a GetMethodCalls reply: variants unwrapped, a{sv} as QVariantMap.
+    static QList<QVariantList> decodeMethodCalls(const QDBusMessage &reply);
     // Emits a signal from the mocked object: signature as D-Bus spells it, arguments as variants.
     void emitSignal(const QString &interface, const QString &name, const QString &signature, const QVariantList &args,
         const QString &path = QString()) const;
