@@ -6,4 +6,5 @@ target_sources(brimvale-core PRIVATE
     activitydeletion.cpp activitydeletion.h
     activityinvoicing.cpp activityinvoicing.h
     reporttablemodel.cpp reporttablemodel.h
-    reportlayout.cpp reportlayout.h)
+    reportlayout.cpp reportlayout.h
+    bvfileexportformatcollection.cpp bvfileexportformatcollection.h)
