@@ -1,8 +1,10 @@
 #include "gui/report/bvdatepicker.h"
 
+#include <QCursor>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QLineEdit>
+#include <QMouseEvent>
 #include <QScreen>
 #include <QStyle>
 #include <QToolButton>
@@ -28,7 +30,9 @@ BvDatePicker::BvDatePicker(QWidget *parent)
     m_calendarButton->setCursor(Qt::ArrowCursor);
     m_calendarButton->setToolTip(tr("Show calendar"));
     m_calendarButton->setAccessibleName(tr("Show calendar"));
-    connect(m_calendarButton, &QToolButton::pressed, this, &BvDatePicker::onCalendarButtonPressed);
+    // The press is taken before the button sees it: it opens a pop-over that takes the release, and a
+    // button that never saw its release would stay drawn pressed.
+    m_calendarButton->installEventFilter(this);
     lineEdit()->setTextMargins(0, 0, buttonWidth(), 0);
 
     connect(this, &QAbstractSpinBox::editingFinished, this, &BvDatePicker::onEditingFinished);
@@ -102,6 +106,10 @@ void BvDatePicker::hideCalendarPanel()
 void BvDatePicker::onPanelClosed()
 {
     m_panel.clear();
+    // The pop-over held the mouse, so the button missed the pointer leaving it and would stay lit.
+    const bool underMouse = m_calendarButton->rect().contains(m_calendarButton->mapFromGlobal(QCursor::pos()));
+    m_calendarButton->setAttribute(Qt::WA_UnderMouse, underMouse);
+    m_calendarButton->update();
 }
 
 QDateTime BvDatePicker::datePickerPanelSetDate(BvDatePickerPanelViewController *, const QDateTime &setDate)
@@ -151,6 +159,19 @@ void BvDatePicker::onCalendarButtonPressed()
     setFocus(Qt::MouseFocusReason);
     if (hasFocus())
         showCalendarPanel();
+}
+
+bool BvDatePicker::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_calendarButton && event->type() == QEvent::MouseButtonPress
+        && static_cast<QMouseEvent *>(event)->button() == Qt::LeftButton) {
+        onCalendarButtonPressed();
+        return true;
+    }
+    if (watched == m_calendarButton
+        && (event->type() == QEvent::MouseButtonRelease || event->type() == QEvent::MouseButtonDblClick))
+        return true;
+    return QDateTimeEdit::eventFilter(watched, event);
 }
 
 void BvDatePicker::keyPressEvent(QKeyEvent *event)
