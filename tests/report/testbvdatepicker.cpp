@@ -46,6 +46,7 @@ private Q_SLOTS:
     void daysOutsideTheRangeCannotBePicked();
     void todayPicksTheClocksDay();
     void typedOrSteppedDateIsSelectedOnce();
+    void keyboardOpensPicksAndCloses();
 
 private:
     // Clicks the calendar's cell of `day`, which must be in the month shown.
@@ -337,6 +338,36 @@ void TestBvDatePicker::typedOrSteppedDateIsSelectedOnce()
     m_other->setFocus();
     QTRY_VERIFY(m_other->hasFocus());
     QCOMPARE(m_selected->count(), 2);
+}
+
+void TestBvDatePicker::keyboardOpensPicksAndCloses()
+{
+    m_picker->setFocus();
+    QTRY_VERIFY(m_picker->hasFocus());
+    QTest::keyClick(m_picker, Qt::Key_F4);
+    BvDatePickerPanelViewController *panel = m_picker->calendarPanel();
+    QVERIFY(panel);
+    auto *view = panel->datePicker()->findChild<QTableView *>(u"qt_calendar_calendarview"_s);
+    // Moving through the days picks nothing; Return picks the day reached, keeping the time.
+    QTest::keyClick(view, Qt::Key_Down);
+    QTest::keyClick(view, Qt::Key_Right);
+    QCOMPARE(m_selected->count(), 0);
+    QCOMPARE(m_picker->calendarPanel(), panel);
+    QTest::keyClick(view, Qt::Key_Return);
+    QCOMPARE(m_picker->dateValue(), local(2024, 3, 22, 14, 35));
+    QCOMPARE(m_selected->count(), 1);
+    QCOMPARE(m_picker->calendarPanel(), nullptr);
+
+    // Escape closes without picking.
+    QTest::keyClick(m_picker, Qt::Key_Down, Qt::AltModifier);
+    QPointer<BvDatePickerPanelViewController> again = m_picker->calendarPanel();
+    QVERIFY(again);
+    QTest::keyClick(again->datePicker()->findChild<QTableView *>(u"qt_calendar_calendarview"_s), Qt::Key_Right);
+    QTest::keyClick(again, Qt::Key_Escape);
+    QTRY_VERIFY(!again);
+    QCOMPARE(m_picker->calendarPanel(), nullptr);
+    QCOMPARE(m_picker->dateValue(), local(2024, 3, 22, 14, 35));
+    QCOMPARE(m_selected->count(), 1);
 }
 
 QTEST_MAIN(TestBvDatePicker)
