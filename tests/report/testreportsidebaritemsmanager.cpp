@@ -212,8 +212,7 @@ void TestReportSidebarItemsManager::rebuildsOnlyWhenListsCanChange_data()
     QTest::newRow("a commit of another process")
         << false << u"external"_s << true << QStringList { u"Alpha"_s, u"Beta"_s };
     // The dated lists depend on the times: moving the only activity out of the range drops the project.
-    QTest::newRow("dated: times move it out of the range")
-        << true << u"times"_s << true << QStringList { u"Beta"_s };
+    QTest::newRow("dated: times move it out of the range") << true << u"times"_s << true << QStringList { u"Beta"_s };
 }
 
 void TestReportSidebarItemsManager::rebuildsOnlyWhenListsCanChange()
@@ -338,7 +337,8 @@ void TestReportSidebarItemsManager::dropsStayWithinTheirGroup_data()
     QTest::addColumn<QStringList>("projects");
 
     const QStringList unchanged { u"A"_s, u"B"_s, u"C"_s };
-    QTest::newRow("up to the first place") << false << 1 << u"projects"_s << 0 << QStringList { u"B"_s, u"A"_s, u"C"_s };
+    QTest::newRow("up to the first place")
+        << false << 1 << u"projects"_s << 0 << QStringList { u"B"_s, u"A"_s, u"C"_s };
     QTest::newRow("down to the end") << false << 0 << u"projects"_s << 3 << QStringList { u"B"_s, u"C"_s, u"A"_s };
     QTest::newRow("down by one") << false << 0 << u"projects"_s << 2 << QStringList { u"B"_s, u"A"_s, u"C"_s };
     QTest::newRow("onto its own place") << false << 1 << u"projects"_s << 1 << unchanged;
@@ -408,8 +408,8 @@ void TestReportSidebarItemsManager::editModeWritesVisibility()
     settle();
     // Still listed while editing, with the box cleared, so that they can be shown again.
     QCOMPARE(titles(m_manager->projects()), (QStringList { u"Alpha"_s, u"Beta"_s }));
-    QCOMPARE(model.data(model.index(0, 0, model.groupIndex(Group::Projects)), Qt::CheckStateRole)
-                 .value<Qt::CheckState>(),
+    QCOMPARE(
+        model.data(model.index(0, 0, model.groupIndex(Group::Projects)), Qt::CheckStateRole).value<Qt::CheckState>(),
         Qt::Unchecked);
     QCOMPARE(m_manager->tasks().size(), 2);
 

@@ -49,8 +49,8 @@ public:
     QMimeData *mimeData(const QModelIndexList &indexes) const override;
     Qt::DropActions supportedDragActions() const override;
     Qt::DropActions supportedDropActions() const override;
-    bool canDropMimeData(const QMimeData *data, Qt::DropAction action, int row, int column,
-        const QModelIndex &parent) const override;
+    bool canDropMimeData(
+        const QMimeData *data, Qt::DropAction action, int row, int column, const QModelIndex &parent) const override;
     bool dropMimeData(
         const QMimeData *data, Qt::DropAction action, int row, int column, const QModelIndex &parent) override;
 

@@ -68,8 +68,10 @@ ReportSidebarLionView::ReportSidebarLionView(ReportSidebarItemsManager &manager,
     layout->addLayout(bar);
 
     connect(m_sidebarView, &BvSidebarOutlineView::itemClicked, this, &ReportSidebarLionView::onItemClicked);
-    connect(m_sidebarView, &QTreeView::expanded, this, [this](const QModelIndex &index) { onGroupExpanded(index, true); });
-    connect(m_sidebarView, &QTreeView::collapsed, this, [this](const QModelIndex &index) { onGroupExpanded(index, false); });
+    connect(
+        m_sidebarView, &QTreeView::expanded, this, [this](const QModelIndex &index) { onGroupExpanded(index, true); });
+    connect(m_sidebarView, &QTreeView::collapsed, this,
+        [this](const QModelIndex &index) { onGroupExpanded(index, false); });
     // A rebuilt list closes every group; they open again as the user left them.
     connect(m_model, &QAbstractItemModel::modelReset, this, &ReportSidebarLionView::expandGroups);
     expandGroups();
