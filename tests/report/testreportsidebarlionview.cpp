@@ -37,6 +37,7 @@ private Q_SLOTS:
     void cleanup();
 
     void clickTicksWithoutSelecting();
+    void prunedTickMakesTheReportQueryAgain();
     void dropInTheOutline_data();
     void dropInTheOutline();
     void editModeCheckBoxesWriteVisibility();
@@ -115,6 +116,24 @@ void TestReportSidebarLionView::clickTicksWithoutSelecting()
     QCOMPARE(selectionChanged.count(), 3);
     QVERIFY(m_manager->selectedProjectIds().isEmpty());
     QVERIFY(!outline->selectionModel()->hasSelection());
+}
+
+void TestReportSidebarLionView::prunedTickMakesTheReportQueryAgain()
+{
+    const QString delta = m_fixture->add(u"@Delta"_s, at(u"2026-03-06 10:00"_s), at(u"2026-03-06 11:00"_s));
+    makeView();
+    QSignalSpy selectionChanged(m_view.get(), &ReportSidebarLionView::reportSidebarSelectionChanged);
+    QTest::mouseClick(m_view->sidebarView()->viewport(), Qt::LeftButton, {}, centreOf(itemIndex(Group::Projects, 2)));
+    QCOMPARE(selectionChanged.count(), 1);
+    QCOMPARE(titles(m_manager->projects()).at(2), u"Delta"_s);
+
+    // A rebuild that keeps the ticked item says nothing; one that drops it does.
+    m_fixture->add(u"@Epsilon"_s, at(u"2026-03-06 12:00"_s), at(u"2026-03-06 13:00"_s));
+    QTRY_COMPARE(m_manager->projects().size(), 5);
+    QCOMPARE(selectionChanged.count(), 1);
+    m_fixture->remove(delta);
+    QTRY_COMPARE(selectionChanged.count(), 2);
+    QVERIFY(m_manager->selectedProjectIds().isEmpty());
 }
 
 void TestReportSidebarLionView::dropInTheOutline_data()

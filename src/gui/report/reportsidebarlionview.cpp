@@ -1,5 +1,7 @@
 #include "gui/report/reportsidebarlionview.h"
 
+#include <algorithm>
+
 #include <QAction>
 #include <QMenu>
 #include <QToolButton>
@@ -72,9 +74,9 @@ ReportSidebarLionView::ReportSidebarLionView(ReportSidebarItemsManager &manager,
         m_sidebarView, &QTreeView::expanded, this, [this](const QModelIndex &index) { onGroupExpanded(index, true); });
     connect(m_sidebarView, &QTreeView::collapsed, this,
         [this](const QModelIndex &index) { onGroupExpanded(index, false); });
-    // A rebuilt list closes every group; they open again as the user left them.
-    connect(m_model, &QAbstractItemModel::modelReset, this, &ReportSidebarLionView::expandGroups);
+    connect(m_model, &QAbstractItemModel::modelReset, this, &ReportSidebarLionView::onContentChanged);
     expandGroups();
+    m_selection = selectionSnapshot();
 }
 
 ReportSidebarLionView::~ReportSidebarLionView() = default;
@@ -97,10 +99,34 @@ QAction *ReportSidebarLionView::menuItem(int tag)
 
 void ReportSidebarLionView::toggleEditMode()
 {
+    m_selectionAnnounced = false;
     m_manager.toggleEditMode();
-    // Visibility may have changed while editing, and the ticked items with it.
-    if (!m_manager.isEditMode())
+    // Visibility may have changed while editing, and the listed items with it.
+    if (!m_manager.isEditMode() && !m_selectionAnnounced)
         Q_EMIT reportSidebarSelectionChanged();
+}
+
+QList<qint64> ReportSidebarLionView::selectionSnapshot() const
+{
+    QList<qint64> projects = m_manager.selectedProjectIds();
+    QList<qint64> tasks = m_manager.selectedTaskIds();
+    std::sort(projects.begin(), projects.end());
+    std::sort(tasks.begin(), tasks.end());
+    // Row ids of the two tables may coincide; the separator keeps the groups apart.
+    return projects << -1 << tasks;
+}
+
+void ReportSidebarLionView::onContentChanged()
+{
+    // A rebuilt list closes every group; they open again as the user left them.
+    expandGroups();
+    // A ticked item that left the lists no longer filters the report, which must query again.
+    const QList<qint64> selection = selectionSnapshot();
+    if (selection != m_selection) {
+        m_selection = selection;
+        m_selectionAnnounced = true;
+        Q_EMIT reportSidebarSelectionChanged();
+    }
 }
 
 void ReportSidebarLionView::expandGroups()
@@ -113,8 +139,10 @@ void ReportSidebarLionView::expandGroups()
 
 void ReportSidebarLionView::onItemClicked(const QModelIndex &index)
 {
-    if (m_model->toggleItem(index))
+    if (m_model->toggleItem(index)) {
+        m_selection = selectionSnapshot();
         Q_EMIT reportSidebarSelectionChanged();
+    }
 }
 
 void ReportSidebarLionView::onGroupExpanded(const QModelIndex &index, bool expanded)

@@ -49,7 +49,8 @@ public:
     void expandGroups();
 
 Q_SIGNALS:
-    // An item was ticked or unticked, or edit mode was left: the report queries again.
+    // An item was ticked or unticked, a ticked item left the lists, or edit mode was left: the report
+    // queries again.
     void reportSidebarSelectionChanged();
     // The dynamic-items switch was flipped: the report hands its range to the manager again.
     void filterSidebarItemsRequested();
@@ -57,6 +58,9 @@ Q_SIGNALS:
 private:
     void onItemClicked(const QModelIndex &index);
     void onGroupExpanded(const QModelIndex &index, bool expanded);
+    void onContentChanged();
+    // The ticked ids of both groups, sorted, to notice a selection that a rebuild pruned.
+    QList<qint64> selectionSnapshot() const;
     void updateMenu();
     void report(const std::expected<void, BvError> &done);
 
@@ -67,4 +71,6 @@ private:
     QToolButton *m_actionsButton = nullptr;
     QMenu *m_actionsMenu = nullptr;
     bool m_expanding = false;
+    QList<qint64> m_selection;
+    bool m_selectionAnnounced = false;
 };
