@@ -14,6 +14,14 @@ namespace {
 
 struct Journal
 {
+    Journal()
+    {
+        store = BenchmarkJournal::openStore(home.applicationFilesDirectory());
+        BenchmarkJournal::fill(*store);
+        defaults = std::make_unique<UserDefaults>(home.configHome() + QStringLiteral("/Brimvale/Brimvale.conf"));
+        settings = std::make_unique<BvSettings>(defaults.get());
+    }
+
     IsolatedHome home;
     std::unique_ptr<Store> store;
     std::unique_ptr<UserDefaults> defaults;
@@ -22,18 +30,11 @@ struct Journal
 
 Journal &journal()
 {
-    static Journal shared = [] {
-        Journal made;
-        made.store = BenchmarkJournal::openStore(made.home.applicationFilesDirectory());
-        BenchmarkJournal::fill(*made.store);
-        made.defaults = std::make_unique<UserDefaults>(made.home.configHome() + QStringLiteral("/Brimvale/Brimvale.conf"));
-        made.settings = std::make_unique<BvSettings>(made.defaults.get());
-        return made;
-    }();
+    static Journal shared;
     return shared;
 }
 
-enum Mode { Normal, EditMode, DatedWeek, DatedYear };
+enum Mode { Normal, EditMode, DatedWeek, DatedMonth, DatedYear };
 
 void BM_SidebarRebuild(benchmark::State &state)
 {
@@ -46,6 +47,9 @@ void BM_SidebarRebuild(benchmark::State &state)
         break;
     case DatedWeek:
         manager.filterItemsByDateFrom(from, from.addDays(7));
+        break;
+    case DatedMonth:
+        manager.filterItemsByDateFrom(from, from.addMonths(1));
         break;
     case DatedYear:
         manager.filterItemsByDateFrom(from, from.addYears(1));
@@ -65,6 +69,7 @@ BENCHMARK(BM_SidebarRebuild)
     ->Arg(Normal)
     ->Arg(EditMode)
     ->Arg(DatedWeek)
+    ->Arg(DatedMonth)
     ->Arg(DatedYear)
     ->Unit(benchmark::kMillisecond);
 
