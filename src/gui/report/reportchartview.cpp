@@ -177,7 +177,10 @@ QString ReportChartView::groupLabel(int bucket) const
     case Unit::Week:
         if (previous.isValid() && previous.month() == first.month() && previous.year() == first.year())
             return {};
-        return QLocale().toString(first, u"MMMM yyyy");
+        if (!m_shortGroupLabels)
+            return QLocale().toString(first, u"MMMM yyyy");
+        // Too narrow for full names: the year only where it starts or changes.
+        return QLocale().toString(first, previous.isValid() && previous.year() == first.year() ? u"MMM" : u"MMM yyyy");
     case Unit::Month:
         if (previous.isValid() && previous.year() == first.year())
             return {};
@@ -245,6 +248,9 @@ void ReportChartView::relayout()
     double labelWidth = 0;
     for (size_t b = 0; b < buckets.size(); ++b)
         labelWidth = std::max(labelWidth, fm.horizontalAdvance(primaryLabel(int(b))));
+    // A month holds about four weekly bars; its full name must fit in them.
+    m_shortGroupLabels = m_data.unit() == Unit::Week
+        && 4 * m_slotWidth < fm.horizontalAdvance(QLocale().toString(QDate(2026, 9, 30), u"MMMM yyyy")) + 12;
     m_labelEvery = m_slotWidth > 0 ? std::max(1, int(std::ceil((labelWidth + 6) / m_slotWidth))) : 1;
 }
 

@@ -73,6 +73,7 @@ private:
     qint64 m_tickSeconds = 0;
     double m_slotWidth = 0;
     int m_labelEvery = 1;
+    bool m_shortGroupLabels = false;
     std::vector<Segment> m_segments;
     std::vector<QRectF> m_legendRows;
     int m_hoverBucket = -1;
