@@ -116,6 +116,15 @@ int ReportTableModel::rowOfUid(const QString &uid) const
     return m_rowOfUid.value(uid, -1);
 }
 
+std::vector<ActivityRecord> ReportTableModel::listedRecords() const
+{
+    std::vector<ActivityRecord> records;
+    records.reserve(m_rows.size());
+    for (int index : m_rows)
+        records.push_back(m_records[std::size_t(index)]);
+    return records;
+}
+
 QStringList ReportTableModel::uids(const QList<int> &rows) const
 {
     QStringList uids;

@@ -54,6 +54,8 @@ public:
     int rowOfUid(const QString &uid) const;
     QStringList uids(const QList<int> &rows) const;
     int listedCount() const { return int(m_rows.size()); }
+    // The listed records in table order (a copy: the chart reads them while the table goes on).
+    std::vector<ActivityRecord> listedRecords() const;
 
     // The whole list's duration and its invoiced rows, as of the last load.
     double totalSeconds() const { return m_totalSeconds; }

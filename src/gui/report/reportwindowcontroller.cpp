@@ -26,16 +26,22 @@
 #include "export/activityexport.h"
 #include "export/activityimport.h"
 #include "gui/app/bvtaggedtextfieldcell.h"
+#include "gui/report/bvdatepicker.h"
+#include "gui/report/bvsegmentedcell.h"
 #include "gui/report/bvtableview.h"
+#include "gui/report/reportchartview.h"
+#include "gui/report/reportsidebarlionview.h"
 #include "model/activitymanager.h"
 #include "model/store.h"
 #include "model/storecontext.h"
 #include "report/activitydeletion.h"
 #include "report/activityinvoicing.h"
 #include "report/bvfileexportformatcollection.h"
+#include "report/reportchartdata.h"
 #include "report/reportlayout.h"
 #include "report/reportquery.h"
 #include "report/reportselection.h"
+#include "report/reportsidebaritemsmanager.h"
 #include "report/reporttablemodel.h"
 #include "report/reporttotals.h"
 #include "settings/bvsettings.h"
@@ -103,6 +109,8 @@ ReportWindowController::ReportWindowController(
         m_showOpenPanel = !importError;
     }
     m_model = std::make_unique<ReportTableModel>(listedStore());
+    if (!importError)
+        m_sidebarManager = std::make_unique<ReportSidebarItemsManager>(listedStore(), m_settings);
     m_model->setDurationFormat(m_settings.reportDurationFormat());
 
     m_pickedDate = QDateTime::currentDateTime();
@@ -114,6 +122,7 @@ ReportWindowController::ReportWindowController(
     buildMenus();
     buildToolbar();
     buildCentre();
+    buildSidebar();
     buildActionMenu();
     buildHeaderMenu();
     applyLayoutSettings();
@@ -127,6 +136,7 @@ ReportWindowController::ReportWindowController(
         });
         return;
     }
+    filterSidebarItems();
     performQuery();
 }
 
@@ -194,6 +204,12 @@ void ReportWindowController::buildMenus()
     m_toggleFilter->setObjectName(QStringLiteral("toggleFilterAction"));
     m_toggleFilter->setVisible(!isImport());
     connect(m_toggleFilter, &QAction::triggered, this, &ReportWindowController::toggleFilterShown);
+    m_chartAction = view->addAction(tr("Chart"));
+    m_chartAction->setObjectName(QStringLiteral("chartAction"));
+    m_chartAction->setCheckable(true);
+    m_chartAction->setChecked(m_settings.reportChartVisible());
+    m_chartAction->setVisible(!isImport());
+    connect(m_chartAction, &QAction::triggered, this, &ReportWindowController::toggleChartShown);
     QAction *find = view->addAction(tr("Find"));
     find->setObjectName(QStringLiteral("findAction"));
     find->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_F));
@@ -246,6 +262,29 @@ void ReportWindowController::buildToolbar()
     setContextMenuPolicy(Qt::NoContextMenu);
     addToolBar(Qt::TopToolBarArea, m_filterToolbar);
 
+    m_rangeControl = new BvSegmentedCell(m_filterToolbar);
+    m_rangeControl->setObjectName(QStringLiteral("rangeControl"));
+    m_rangeControl->setSegmentCount(ReportQuery::SegmentCount);
+    m_rangeControl->setSegmentIcon(ReportQuery::PreviousSegment, style()->standardIcon(QStyle::SP_ArrowLeft));
+    m_rangeControl->setSegmentToolTip(ReportQuery::PreviousSegment, tr("Previous"));
+    m_rangeControl->setSegmentText(ReportQuery::DaySegment, tr("Day"));
+    m_rangeControl->setSegmentText(ReportQuery::WeekSegment, tr("Week"));
+    m_rangeControl->setSegmentText(ReportQuery::MonthSegment, tr("Month"));
+    m_rangeControl->setSegmentText(ReportQuery::AllSegment, tr("All"));
+    m_rangeControl->setSegmentIcon(ReportQuery::NextSegment, style()->standardIcon(QStyle::SP_ArrowRight));
+    m_rangeControl->setSegmentToolTip(ReportQuery::NextSegment, tr("Next"));
+    showRangeMode();
+    m_filterToolbar->addWidget(m_rangeControl);
+    connect(m_rangeControl, &BvSegmentedCell::segmentClicked, this, &ReportWindowController::onSegmentClicked);
+
+    m_datePicker = new BvDatePicker(m_filterToolbar);
+    m_datePicker->setObjectName(QStringLiteral("datePicker"));
+    m_datePicker->setDisplayFormat(QLocale().dateFormat(QLocale::ShortFormat));
+    m_datePicker->updateDateValue(m_pickedDate);
+    m_filterToolbar->addWidget(m_datePicker);
+    connect(
+        m_datePicker, &BvDatePicker::dateSelected, this, [this] { onReportDateChanged(m_datePicker->dateValue()); });
+
     QWidget *spacer = new QWidget(m_filterToolbar);
     spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     m_filterToolbar->addWidget(spacer);
@@ -270,7 +309,7 @@ void ReportWindowController::buildToolbar()
 
     m_actionButton = new QToolButton(m_filterToolbar);
     m_actionButton->setObjectName(QStringLiteral("actionButton"));
-    m_actionButton->setText(tr("Actions"));
+    m_actionButton->setText(tr("Activity Actions"));
     m_actionButton->setPopupMode(QToolButton::InstantPopup);
     m_actionButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
     m_filterToolbar->addWidget(m_actionButton)->setVisible(!isImport());
@@ -311,7 +350,18 @@ void ReportWindowController::buildCentre()
     const QList<int> widths { 150, 150, 80, 120, 120 };
     for (int column = 0; column < widths.size(); ++column)
         header->resizeSection(column, widths[column]);
-    tableLayout->addWidget(m_table, 1);
+    m_tableSplitter = new QSplitter(Qt::Vertical, m_tablePane);
+    m_tableSplitter->setObjectName(QStringLiteral("tableSplitter"));
+    m_tableSplitter->setChildrenCollapsible(false);
+    m_tableSplitter->addWidget(m_table);
+    m_chartView = new ReportChartView(m_tableSplitter);
+    m_chartView->setObjectName(QStringLiteral("chartView"));
+    m_chartView->setDurationFormat(m_model->durationTransformer().format());
+    m_chartView->setVisible(!isImport() && m_settings.reportChartVisible());
+    m_tableSplitter->addWidget(m_chartView);
+    m_tableSplitter->setStretchFactor(0, 3);
+    m_tableSplitter->setStretchFactor(1, 2);
+    tableLayout->addWidget(m_tableSplitter, 1);
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
         updateTotals();
         updateImportButtons();
@@ -347,6 +397,20 @@ void ReportWindowController::buildCentre()
     m_splitter->setStretchFactor(0, 0);
     m_splitter->setStretchFactor(1, 1);
     setCentralWidget(m_splitter);
+}
+
+void ReportWindowController::buildSidebar()
+{
+    if (!m_sidebarManager)
+        return;
+    m_sidebarView = new ReportSidebarLionView(*m_sidebarManager, m_settings, m_sidebarPane);
+    m_sidebarView->setObjectName(QStringLiteral("sidebarView"));
+    m_sidebarView->setActionsButtonVisible(!isImport());
+    m_sidebarPane->layout()->addWidget(m_sidebarView);
+    connect(m_sidebarView, &ReportSidebarLionView::reportSidebarSelectionChanged, this,
+        &ReportWindowController::performQuery);
+    connect(m_sidebarView, &ReportSidebarLionView::filterSidebarItemsRequested, this,
+        &ReportWindowController::filterSidebarItems);
 }
 
 void ReportWindowController::buildActionMenu()
@@ -436,7 +500,11 @@ void ReportWindowController::performQuery()
     if (m_import && !m_import->temporaryStore())
         return;
     ReportQuery::Filter filter;
-    filter.range = ReportQuery::filterDateRange(m_rangeMode, m_pickedDate.date(), m_filterToolbarVisible);
+    filter.range = currentRange();
+    if (m_sidebarManager) {
+        filter.projectIds = m_sidebarManager->selectedProjectIds();
+        filter.taskIds = m_sidebarManager->selectedTaskIds();
+    }
     filter.searchText = ReportQuery::searchText(
         m_filterToolbarVisible, m_searchField->text(), popupSearchVisible(), m_popupSearchField->text());
     filter.filterStatus = m_filterStatus;
@@ -454,6 +522,49 @@ void ReportWindowController::performQuery()
     m_totalSeconds = m_model->totalSeconds();
     updateTotals();
     updateImportButtons();
+    updateChart();
+}
+
+ReportQuery::Range ReportWindowController::currentRange() const
+{
+    return ReportQuery::filterDateRange(m_rangeMode, m_pickedDate.date(), m_filterToolbarVisible);
+}
+
+void ReportWindowController::updateChart()
+{
+    if (!m_chartView || m_chartView->isHidden())
+        return;
+    const ReportQuery::Range range = currentRange();
+    m_chartView->setChartData(ReportChartData(m_model->listedRecords(), range.from, range.to));
+}
+
+void ReportWindowController::toggleChartShown()
+{
+    if (isImport())
+        return;
+    const bool shown = m_chartView->isHidden();
+    m_settings.setReportChartVisible(shown);
+    m_chartView->setVisible(shown);
+    m_chartAction->setChecked(shown);
+    updateChart();
+}
+
+void ReportWindowController::filterSidebarItems()
+{
+    if (!m_sidebarManager)
+        return;
+    if (m_settings.reportSidebarDynamicItems()) {
+        const ReportQuery::Range range = currentRange();
+        m_sidebarManager->filterItemsByDateFrom(range.from, range.to);
+    } else {
+        m_sidebarManager->filterItemsByDateFrom(std::nullopt, std::nullopt);
+    }
+}
+
+void ReportWindowController::showRangeMode()
+{
+    const QSignalBlocker blocker(m_rangeControl);
+    m_rangeControl->setSelectedSegment(m_rangeMode);
 }
 
 void ReportWindowController::reselect(const QStringList &uids, const QString &currentUid)
@@ -561,16 +672,20 @@ void ReportWindowController::onStoreChanged(const StoreChanges &changes)
 
 void ReportWindowController::onSegmentClicked(int segment)
 {
-    if (segment > ReportQuery::PreviousSegment && segment < ReportQuery::NextSegment)
+    if (segment > ReportQuery::PreviousSegment && segment < ReportQuery::NextSegment) {
         m_rangeMode = segment;
-    else
+    } else {
         m_pickedDate = ReportQuery::steppedDate(segment, m_rangeMode, m_pickedDate);
+        m_datePicker->updateDateValue(m_pickedDate);
+    }
+    filterSidebarItems();
     performQuery();
 }
 
 void ReportWindowController::onReportDateChanged(const QDateTime &date)
 {
     m_pickedDate = date;
+    filterSidebarItems();
     performQuery();
 }
 
@@ -601,6 +716,8 @@ void ReportWindowController::toggleFilterToolbarShown()
         const QSignalBlocker blocker(m_searchField);
         m_searchField->clear();
         m_rangeMode = ReportQuery::AllSegment;
+        showRangeMode();
+        filterSidebarItems();
     }
     m_filterToolbar->setVisible(m_filterToolbarVisible);
     updateToggleTitles();
@@ -649,6 +766,7 @@ void ReportWindowController::setDurationFormat(int format)
 {
     m_settings.setReportDurationFormat(format);
     m_model->setDurationFormat(format);
+    m_chartView->setDurationFormat(format);
     for (QAction *action : m_durationGroup->actions())
         action->setChecked(action->data().toInt() == DurationFormatTagBase + format);
     updateTotals();
@@ -868,6 +986,8 @@ void ReportWindowController::showOpenPanel(bool closeOnCancel)
         // A file the reading refuses adds nothing, and the list simply stays as it was.
         if (const auto read = m_import->importActivitiesFromURL(path); !read)
             qCInfo(lcReport) << "Not imported:" << read.error().message();
+        if (m_sidebarManager)
+            m_sidebarManager->forceDataReload();
         m_model->invalidate();
         performQuery();
     });

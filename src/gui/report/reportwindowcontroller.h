@@ -11,6 +11,7 @@
 
 #include "model/storechanges.h"
 #include "report/reportactionmenu.h"
+#include "report/reportquery.h"
 
 class ActivityImport;
 class ActivityManager;
@@ -28,6 +29,11 @@ class QPushButton;
 class QSplitter;
 class QToolBar;
 class QToolButton;
+class BvDatePicker;
+class BvSegmentedCell;
+class ReportChartView;
+class ReportSidebarItemsManager;
+class ReportSidebarLionView;
 class ReportTableModel;
 class Store;
 
@@ -65,6 +71,12 @@ public:
     // totalSeconds: none before the first computation.
     std::optional<double> totalSeconds() const { return m_totalSeconds; }
     ReportTableModel &model() const { return *m_model; }
+    BvSegmentedCell *rangeControl() const { return m_rangeControl; }
+    BvDatePicker *datePicker() const { return m_datePicker; }
+    // Null in an import window whose temporary store could not be made.
+    ReportSidebarItemsManager *sidebarItemsManager() const { return m_sidebarManager.get(); }
+    ReportSidebarLionView *sidebarView() const { return m_sidebarView; }
+    ReportChartView *chartView() const { return m_chartView; }
     BvTableView &tableView() const { return *m_table; }
 
     // performQuery: rebuilds the query from the state and lists its activities, keeping the selection of
@@ -83,6 +95,9 @@ public:
     // The actions.
     void toggleFilterToolbarShown();
     void toggleFilterShown();
+    void toggleChartShown();
+    // filterSidebarItems: the sidebar lists what the range holds when its dynamic items are on.
+    void filterSidebarItems();
     void togglePopupSearch();
     // Ctrl+F and Ctrl+I.
     void focusSearch();
@@ -135,6 +150,10 @@ private:
     void updateTotals();
     void updateImportButtons();
     void updateToggleTitles();
+    void buildSidebar();
+    void updateChart();
+    ReportQuery::Range currentRange() const;
+    void showRangeMode();
     void scheduleQuery();
     void onStoreChanged(const StoreChanges &changes);
     void onTableContextMenu(const QPoint &position);
@@ -153,6 +172,7 @@ private:
     BvSettings &m_settings;
     std::unique_ptr<ActivityImport> m_import;
     std::unique_ptr<ReportTableModel> m_model;
+    std::unique_ptr<ReportSidebarItemsManager> m_sidebarManager;
 
     int m_rangeMode = 2;
     QDateTime m_pickedDate;
@@ -164,6 +184,12 @@ private:
     bool m_showOpenPanel = false;
 
     QToolBar *m_filterToolbar = nullptr;
+    BvSegmentedCell *m_rangeControl = nullptr;
+    BvDatePicker *m_datePicker = nullptr;
+    ReportSidebarLionView *m_sidebarView = nullptr;
+    ReportChartView *m_chartView = nullptr;
+    QSplitter *m_tableSplitter = nullptr;
+    QAction *m_chartAction = nullptr;
     QLineEdit *m_searchField = nullptr;
     QLineEdit *m_popupSearchField = nullptr;
     QComboBox *m_invoicedPopup = nullptr;
