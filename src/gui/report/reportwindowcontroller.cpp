@@ -23,6 +23,7 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include "base/clock.h"
 #include "export/activityexport.h"
 #include "export/activityimport.h"
 #include "gui/app/bvtaggedtextfieldcell.h"
@@ -113,7 +114,8 @@ ReportWindowController::ReportWindowController(
         m_sidebarManager = std::make_unique<ReportSidebarItemsManager>(listedStore(), m_settings);
     m_model->setDurationFormat(m_settings.reportDurationFormat());
 
-    m_pickedDate = QDateTime::currentDateTime();
+    // Today on the store's clock, which tests set.
+    m_pickedDate = (m_store.clock() ? m_store.clock()->now() : QDateTime::currentDateTimeUtc()).toLocalTime();
     m_rangeMode = isImport() ? ReportQuery::AllSegment : ReportQuery::WeekSegment;
     m_filterToolbarVisible = isImport() || m_settings.reportFilterToolbarVisible();
     if (!m_filterToolbarVisible)
@@ -280,6 +282,8 @@ void ReportWindowController::buildToolbar()
     m_datePicker = new BvDatePicker(m_filterToolbar);
     m_datePicker->setObjectName(QStringLiteral("datePicker"));
     m_datePicker->setDisplayFormat(QLocale().dateFormat(QLocale::ShortFormat));
+    if (m_store.clock())
+        m_datePicker->setClock(*m_store.clock());
     m_datePicker->updateDateValue(m_pickedDate);
     m_filterToolbar->addWidget(m_datePicker);
     connect(
@@ -306,13 +310,6 @@ void ReportWindowController::buildToolbar()
     m_filterToolbar->addWidget(m_invoicedPopup);
     connect(m_invoicedPopup, &QComboBox::activated, this,
         [this](int index) { setFilterStatus(m_invoicedPopup->itemData(index).toInt()); });
-
-    m_actionButton = new QToolButton(m_filterToolbar);
-    m_actionButton->setObjectName(QStringLiteral("actionButton"));
-    m_actionButton->setText(tr("Activity Actions"));
-    m_actionButton->setPopupMode(QToolButton::InstantPopup);
-    m_actionButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
-    m_filterToolbar->addWidget(m_actionButton)->setVisible(!isImport());
 }
 
 void ReportWindowController::buildCentre()
@@ -382,6 +379,13 @@ void ReportWindowController::buildCentre()
     m_totalsLabel->setObjectName(QStringLiteral("totalsLabel"));
     m_totalsLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
     bottomLayout->addWidget(m_totalsLabel, 1);
+    m_actionButton = new QToolButton(bottom);
+    m_actionButton->setObjectName(QStringLiteral("actionButton"));
+    m_actionButton->setText(tr("Activity Actions"));
+    m_actionButton->setPopupMode(QToolButton::InstantPopup);
+    m_actionButton->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    m_actionButton->setVisible(!isImport());
+    bottomLayout->addWidget(m_actionButton);
     if (isImport()) {
         m_importSelectedButton = new QPushButton(ReportActionMenu::importSelectedTitle(0), bottom);
         m_importSelectedButton->setObjectName(QStringLiteral("importSelectedButton"));
@@ -404,7 +408,6 @@ void ReportWindowController::buildSidebar()
     if (!m_sidebarManager)
         return;
     m_sidebarView = new ReportSidebarLionView(*m_sidebarManager, m_settings, m_sidebarPane);
-    m_sidebarView->setObjectName(QStringLiteral("sidebarView"));
     m_sidebarView->setActionsButtonVisible(!isImport());
     m_sidebarPane->layout()->addWidget(m_sidebarView);
     connect(m_sidebarView, &ReportSidebarLionView::reportSidebarSelectionChanged, this,
@@ -823,7 +826,7 @@ void ReportWindowController::onTableViewToggle()
 
 void ReportWindowController::deleteSelectedActivity()
 {
-    if (isImport() || m_alert)
+    if (isImport() || (m_alert && m_alert->isVisible()))
         return;
     const QList<int> rows = selectedActivityRows();
     if (rows.isEmpty())
@@ -887,7 +890,7 @@ void ReportWindowController::exportAll()
 
 void ReportWindowController::openExportDialog(bool onlySelected)
 {
-    if (m_fileDialog || isImport())
+    if ((m_fileDialog && m_fileDialog->isVisible()) || isImport())
         return;
     QList<int> rows = onlySelected ? selectedActivityRows() : QList<int>();
     if (!onlySelected) {
@@ -967,7 +970,7 @@ void ReportWindowController::showEvent(QShowEvent *event)
 
 void ReportWindowController::showOpenPanel(bool closeOnCancel)
 {
-    if (m_fileDialog)
+    if (m_fileDialog && m_fileDialog->isVisible())
         return;
     auto *dialog = new QFileDialog(this, tr("Import activities"));
     dialog->setObjectName(QStringLiteral("importDialog"));
