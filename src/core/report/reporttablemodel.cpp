@@ -1,8 +1,13 @@
 #include "report/reporttablemodel.h"
 
+#include <algorithm>
+
+#include <QSet>
+
 #include "model/activity.h"
 #include "model/journalqueries.h"
 #include "model/likepattern.h"
+#include "model/storecontext.h"
 
 namespace {
 bool sameWithoutText(const ActivityQuery &a, const ActivityQuery &b)
@@ -59,10 +64,26 @@ QString ReportTableModel::invoicedTag()
     return tr("Invoiced");
 }
 
+namespace {
+// The names of the projects (tasks) with these row ids: a name is unique, and a record carries names.
+template<typename Items> QSet<QString> namesOf(const Items &items, const QList<qint64> &ids)
+{
+    QSet<QString> names;
+    for (const auto &item : items) {
+        if (ids.contains(item->objectId()))
+            names.insert(item->name());
+    }
+    return names;
+}
+} // namespace
+
 std::expected<void, BvError> ReportTableModel::load(const ActivityQuery &query)
 {
     ActivityQuery base = query;
     base.textLike.reset();
+    base.projectIds.reset();
+    base.taskIds.reset();
+    base.isInvoiced.reset();
     const bool reread = !m_loaded || !sameWithoutText(base, m_baseQuery);
     std::vector<ActivityRecord> records;
     if (reread) {
@@ -77,13 +98,31 @@ std::expected<void, BvError> ReportTableModel::load(const ActivityQuery &query)
         m_baseQuery = base;
         m_loaded = true;
     }
-    filter(query.textLike);
+    const auto filtered = filter(query);
     endResetModel();
-    return {};
+    return filtered;
 }
 
-void ReportTableModel::filter(const std::optional<QString> &textLike)
+std::expected<void, BvError> ReportTableModel::filter(const ActivityQuery &query)
 {
+    std::optional<QSet<QString>> projects;
+    std::optional<QSet<QString>> tasks;
+    if (query.projectIds || query.taskIds) {
+        StoreContext context(m_store);
+        if (query.projectIds) {
+            const auto all = context.projects();
+            if (!all)
+                return std::unexpected(all.error());
+            projects = namesOf(*all, *query.projectIds);
+        }
+        if (query.taskIds) {
+            const auto all = context.tasks();
+            if (!all)
+                return std::unexpected(all.error());
+            tasks = namesOf(*all, *query.taskIds);
+        }
+    }
+    const std::optional<QString> &textLike = query.textLike;
     m_rows.clear();
     m_rows.reserve(m_records.size());
     m_totalSeconds = 0;
@@ -94,6 +133,14 @@ void ReportTableModel::filter(const std::optional<QString> &textLike)
     for (std::size_t i = 0; i < m_records.size(); ++i) {
         const ActivityRecord &record = m_records[i];
         // The store never matches an activity without text, whatever the pattern.
+        if (query.isInvoiced && record.isInvoiced != *query.isInvoiced)
+            continue;
+        if (projects && (record.project.isNull() || !projects->contains(record.project)))
+            continue;
+        if (tasks && std::none_of(record.tasks.cbegin(), record.tasks.cend(), [&](const QString &task) {
+                return tasks->contains(task);
+            }))
+            continue;
         if (pattern && (record.text.isNull() || !pattern->matches(record.text)))
             continue;
         m_rows.push_back(int(i));
@@ -102,6 +149,7 @@ void ReportTableModel::filter(const std::optional<QString> &textLike)
             ++m_invoicedCount;
     }
     m_totalSeconds = double(seconds);
+    return {};
 }
 
 int ReportTableModel::rowOfUid(const QString &uid) const

@@ -16,9 +16,10 @@
 class Store;
 
 // The report's rows: the activities a query lists, newest first, held as plain records (no object per
-// row), so that a whole journal stays light. Loading keeps the records of the last query without its text
-// condition: a query that differs from it only in the search text filters them in memory, with the
-// store's own pattern rules, instead of reading the store again. Main thread.
+// row), so that a whole journal stays light. Loading keeps the records of the last query without its text,
+// project, task and invoiced conditions: a query that differs from it only in those filters them in memory,
+// with the store's own rules (LikePattern for the text, names for the row ids), instead of reading the
+// store again. Main thread.
 class ReportTableModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -82,7 +83,7 @@ public:
     QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
 
 private:
-    void filter(const std::optional<QString> &textLike);
+    std::expected<void, BvError> filter(const ActivityQuery &query);
 
     Store &m_store;
     std::vector<ActivityRecord> m_records;
