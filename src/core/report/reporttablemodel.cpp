@@ -95,6 +95,7 @@ std::expected<void, BvError> ReportTableModel::load(const ActivityQuery &query)
     beginResetModel();
     if (reread) {
         m_records = std::move(records);
+        m_foldedTexts.clear();
         m_baseQuery = base;
         m_loaded = true;
     }
@@ -123,6 +124,12 @@ std::expected<void, BvError> ReportTableModel::filter(const ActivityQuery &query
         }
     }
     const std::optional<QString> &textLike = query.textLike;
+    if (textLike && m_foldedTexts.size() != m_records.size()) {
+        m_foldedTexts.clear();
+        m_foldedTexts.reserve(m_records.size());
+        for (const ActivityRecord &record : m_records)
+            m_foldedTexts.push_back(LikePattern::fold(record.text));
+    }
     m_rows.clear();
     m_rows.reserve(m_records.size());
     m_totalSeconds = 0;
@@ -141,7 +148,7 @@ std::expected<void, BvError> ReportTableModel::filter(const ActivityQuery &query
                 return tasks->contains(task);
             }))
             continue;
-        if (pattern && (record.text.isNull() || !pattern->matches(record.text)))
+        if (pattern && (record.text.isNull() || !pattern->matchesFolded(m_foldedTexts[i])))
             continue;
         m_rows.push_back(int(i));
         seconds += record.durationSecs();

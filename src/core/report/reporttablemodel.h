@@ -87,6 +87,8 @@ private:
 
     Store &m_store;
     std::vector<ActivityRecord> m_records;
+    // The records' texts folded for matching, made on the first search after a read.
+    std::vector<QString> m_foldedTexts;
     std::vector<int> m_rows;
     ActivityQuery m_baseQuery;
     bool m_loaded = false;
