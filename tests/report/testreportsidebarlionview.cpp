@@ -40,7 +40,6 @@ private Q_SLOTS:
     void prunedTickMakesTheReportQueryAgain();
     void dropInTheOutline_data();
     void dropInTheOutline();
-    void mouseDragReordersWithinItsGroup();
     void editModeCheckBoxesWriteVisibility();
     void dynamicItemsSwitch();
     void groupsOpenAsTheSettingsSay();
@@ -187,27 +186,6 @@ void TestReportSidebarLionView::dropInTheOutline()
     // The stored order survives the rebuild the store's change brings.
     QTest::qWait(50);
     QCOMPARE(titles(m_manager->projects()), projects);
-}
-
-void TestReportSidebarLionView::mouseDragReordersWithinItsGroup()
-{
-    makeView();
-    BvSidebarOutlineView *outline = m_view->sidebarView();
-    QSignalSpy selectionChanged(m_view.get(), &ReportSidebarLionView::reportSidebarSelectionChanged);
-    const QPoint start = centreOf(itemIndex(Group::Projects, 2));
-    const QPoint target = outline->visualRect(itemIndex(Group::Projects, 0)).topLeft() + QPoint(40, 1);
-    // The drag runs its own loop: the rest of the gesture arrives from inside it.
-    QTimer::singleShot(0, this, [&] {
-        QTest::mouseMove(outline->viewport(), target - QPoint(0, 10));
-        QTest::mouseMove(outline->viewport(), target);
-        QTest::mouseRelease(outline->viewport(), Qt::LeftButton, {}, target);
-    });
-    QTest::mousePress(outline->viewport(), Qt::LeftButton, {}, start);
-    QTest::mouseMove(outline->viewport(), start - QPoint(0, 20));
-
-    QTRY_COMPARE(titles(m_manager->projects()), (QStringList { u"Gamma"_s, u"Alpha"_s, u"Beta"_s }));
-    QCOMPARE(selectionChanged.count(), 0);
-    QVERIFY(m_manager->selectedProjectIds().isEmpty());
 }
 
 void TestReportSidebarLionView::editModeCheckBoxesWriteVisibility()
