@@ -1,5 +1,6 @@
 #include "gui/report/bvsidebaroutlineview.h"
 
+#include <QApplication>
 #include <QDrag>
 #include <QMimeData>
 #include <QMouseEvent>
@@ -34,7 +35,20 @@ void BvSidebarOutlineView::mousePressEvent(QMouseEvent *event)
 {
     const QModelIndex index = indexAt(event->position().toPoint());
     m_pressed = event->button() == Qt::LeftButton ? QPersistentModelIndex(index) : QPersistentModelIndex();
+    m_pressedAt = event->position().toPoint();
     BvOutlineView::mousePressEvent(event);
+}
+
+void BvSidebarOutlineView::mouseMoveEvent(QMouseEvent *event)
+{
+    // The outline starts a drag only from selected rows, and these rows are never selected.
+    const bool dragging = (event->buttons() & Qt::LeftButton) && m_pressed.isValid() && m_pressed.parent().isValid()
+        && (event->position().toPoint() - m_pressedAt).manhattanLength() >= QApplication::startDragDistance();
+    if (dragging) {
+        startDrag(model()->supportedDragActions());
+        return;
+    }
+    BvOutlineView::mouseMoveEvent(event);
 }
 
 void BvSidebarOutlineView::mouseReleaseEvent(QMouseEvent *event)

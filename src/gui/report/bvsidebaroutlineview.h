@@ -17,6 +17,7 @@ Q_SIGNALS:
 
 protected:
     void mousePressEvent(QMouseEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
     void startDrag(Qt::DropActions supportedActions) override;
 
@@ -24,4 +25,5 @@ private:
     bool isOnCheckBox(const QModelIndex &index, const QPoint &pos) const;
 
     QPersistentModelIndex m_pressed;
+    QPoint m_pressedAt;
 };
