@@ -8,6 +8,7 @@
 #include "cli/importcommand.h"
 #include "cli/itemtotalscommand.h"
 #include "cli/listcommand.h"
+#include "cli/showcommand.h"
 #include "cli/startcommand.h"
 #include "cli/statuscommand.h"
 #include "cli/stopcommand.h"
@@ -36,6 +37,7 @@ CommandLine::CommandLine()
     m_commands.push_back(std::make_unique<UpdateCommand>());
     m_commands.push_back(std::make_unique<StopCommand>());
     m_commands.push_back(std::make_unique<StatusCommand>());
+    m_commands.push_back(std::make_unique<ShowCommand>());
     m_commands.push_back(std::make_unique<DropboxCommand>());
 }
 
