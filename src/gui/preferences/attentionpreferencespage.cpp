@@ -67,6 +67,7 @@ QWidget *AttentionPreferencesPage::makeNotificationGroup(
     auto *group = new QGroupBox(title, this);
     group->setObjectName(objectPrefix);
     auto *form = new QFormLayout(group);
+    form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
     NotificationControls controls;
     controls.record = m_settings.attentionSettings(attentionValue);
     Q_ASSERT(controls.record);
@@ -132,6 +133,7 @@ QWidget *AttentionPreferencesPage::makeIdleGroup()
     auto *group = new QGroupBox(tr("Idle time"), this);
     group->setObjectName(u"idle"_s);
     auto *form = new QFormLayout(group);
+    form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
     m_idleDetection = new QCheckBox(tr("Ask about idle time"), group);
     m_idleDetection->setObjectName(u"idleDetectionEnabled"_s);
     connect(m_idleDetection, &QCheckBox::toggled, this, [this](bool on) {

@@ -43,7 +43,7 @@ GeneralPreferencesPage::GeneralPreferencesPage(
 {
     setObjectName(u"generalPage"_s);
     m_form = new QFormLayout(this);
-    m_form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+    m_form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
     m_form->setRowWrapPolicy(QFormLayout::DontWrapRows);
 
     m_appearance = new PreferencesComboBox(this);

@@ -2,8 +2,8 @@
 
 #include <QDesktopServices>
 #include <QDialogButtonBox>
+#include <QKeyEvent>
 #include <QPushButton>
-#include <QShortcut>
 #include <QTabWidget>
 #include <QVBoxLayout>
 
@@ -46,10 +46,6 @@ PreferencesWindowController::PreferencesWindowController(const Parts &parts, QWi
     m_closeButton->setObjectName(u"closeButton"_s);
     connect(buttons, &QDialogButtonBox::rejected, this, &QWidget::close);
     layout->addWidget(buttons);
-
-    auto *escape = new QShortcut(QKeySequence(Qt::Key_Escape), this);
-    escape->setContext(Qt::WindowShortcut);
-    connect(escape, &QShortcut::activated, this, &QWidget::close);
 }
 
 PreferencesWindowController::~PreferencesWindowController() = default;
@@ -74,6 +70,16 @@ void PreferencesWindowController::showPreferencesWithTabIdx(int tabIdx)
         show();
     raise();
     activateWindow();
+}
+
+void PreferencesWindowController::keyPressEvent(QKeyEvent *event)
+{
+    // Esc closes the window, as it closes a dialog; the controls that use Esc (an open pop-up) take it first.
+    if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier) {
+        close();
+        return;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 int PreferencesWindowController::currentTabIdx() const

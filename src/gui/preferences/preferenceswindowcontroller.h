@@ -13,6 +13,7 @@ class BvUserNotificationService;
 class GeneralPreferencesPage;
 class GlobalHotKey;
 class IdleSource;
+class QKeyEvent;
 class QPushButton;
 class QTabWidget;
 class Store;
@@ -57,6 +58,9 @@ public:
     GeneralPreferencesPage *generalPage() const { return m_general; }
     AttentionPreferencesPage *attentionPage() const { return m_attention; }
     SyncPreferencesPage *syncPage() const { return m_sync; }
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
 
 private:
     void addTab(QWidget *page, int tabIdx, const QString &title);

@@ -50,8 +50,9 @@ SyncPreferencesPage::SyncPreferencesPage(BvSettings &settings, BVDropboxSyncBack
     , m_openUrl(std::move(openUrl))
 {
     setObjectName(u"syncPage"_s);
-    auto *form = new QFormLayout(this);
-    form->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
+    m_form = new QFormLayout(this);
+    QFormLayout *form = m_form;
+    form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
 
     m_syncMethod = new PreferencesComboBox(this);
     m_syncMethod->setObjectName(u"syncMethod"_s);
@@ -70,10 +71,10 @@ SyncPreferencesPage::SyncPreferencesPage(BvSettings &settings, BVDropboxSyncBack
     m_folderPath->setObjectName(u"syncFolderPath"_s);
     m_folderPath->setReadOnly(true);
     m_folderPath->setPlaceholderText(tr("No folder chosen"));
-    m_folderPath->setMinimumWidth(260);
     m_chooseFolder = new QPushButton(tr("Choose…"), this);
     m_chooseFolder->setObjectName(u"chooseSyncFolder"_s);
     connect(m_chooseFolder, &QPushButton::clicked, this, &SyncPreferencesPage::chooseSyncFolder);
+    m_folderPath->setMinimumWidth(320);
     m_folderRow = row(this, { m_folderPath, m_chooseFolder }, 0);
     form->addRow(tr("Folder:"), m_folderRow);
 
@@ -86,12 +87,11 @@ SyncPreferencesPage::SyncPreferencesPage(BvSettings &settings, BVDropboxSyncBack
     m_disconnectButton = new QPushButton(tr("Disconnect"), this);
     m_disconnectButton->setObjectName(u"disconnectDropbox"_s);
     connect(m_disconnectButton, &QPushButton::clicked, this, &SyncPreferencesPage::disconnectDropbox);
-    m_dropboxRow = row(this, { m_dropboxAccountLabel, m_connectButton, m_disconnectButton }, 0);
+    m_dropboxRow = row(this, { m_dropboxAccountLabel, m_connectButton, m_disconnectButton }, -1);
     form->addRow(tr("Dropbox:"), m_dropboxRow);
     m_dropboxMessage = new QLabel(this);
     m_dropboxMessage->setObjectName(u"dropboxMessage"_s);
     m_dropboxMessage->setWordWrap(true);
-    m_dropboxMessage->setVisible(false);
     form->addRow(QString(), m_dropboxMessage);
     connect(&m_dropboxAccount, &BVDropboxSyncBackend::BvDropboxAuthChanged, this, &SyncPreferencesPage::updateAccount);
 
@@ -117,6 +117,11 @@ SyncPreferencesPage::SyncPreferencesPage(BvSettings &settings, BVDropboxSyncBack
         updateStates();
     });
 
+    // The tray's menu, the command line's hand-over and the app's own runs change these too.
+    connect(&m_settings, &BvSettings::syncMethodChanged, this, &SyncPreferencesPage::reload);
+    connect(&m_settings, &BvSettings::syncFolderPathChanged, this, &SyncPreferencesPage::reload);
+    connect(&m_settings, &BvSettings::dropboxSyncIntervalChanged, this, &SyncPreferencesPage::reload);
+
     reload();
 }
 
@@ -135,14 +140,13 @@ void SyncPreferencesPage::reload()
 void SyncPreferencesPage::updateStates()
 {
     const int method = m_settings.syncMethod();
-    m_folderRow->setVisible(method == FolderSync);
-    m_dropboxRow->setVisible(method == DropboxSync);
-    m_dropboxMessage->setVisible(method == DropboxSync && !m_dropboxMessage->text().isEmpty());
+    m_form->setRowVisible(m_folderRow, method == FolderSync);
+    m_form->setRowVisible(m_dropboxRow, method == DropboxSync);
+    m_form->setRowVisible(m_dropboxMessage, method == DropboxSync && !m_dropboxMessage->text().isEmpty());
     m_interval->setEnabled(method != NoSync);
-    const bool waiting = m_redirect || m_exchanging;
     m_connectButton->setVisible(!m_dropboxConnected);
     m_connectButton->setEnabled(!m_exchanging);
-    m_connectButton->setText(waiting && !m_exchanging ? tr("Cancel") : tr("Connect…"));
+    m_connectButton->setText(m_waitingForBrowser ? tr("Cancel") : tr("Connect…"));
     m_disconnectButton->setVisible(m_dropboxConnected);
     const bool runnable
         = method == FolderSync ? !m_settings.syncFolderPath().isEmpty() : method == DropboxSync && m_dropboxConnected;
@@ -189,10 +193,10 @@ void SyncPreferencesPage::showDropboxMessage(const QString &message)
 
 void SyncPreferencesPage::connectDropbox()
 {
-    if (m_redirect && !m_exchanging) {
+    if (m_waitingForBrowser) {
         // The button reads "Cancel" while the browser has the page.
+        m_waitingForBrowser = false;
         m_redirect.reset();
-        m_authorization.reset();
         showDropboxMessage(QString());
         return;
     }
@@ -205,24 +209,23 @@ void SyncPreferencesPage::connectDropbox()
     } else {
         // The app's own address still brings the browser back, with a short-lived token.
         m_redirect.reset();
-        m_authorization.reset();
         page = BVDropboxSyncBackend::authorize();
     }
     if (!m_openUrl || !m_openUrl(page)) {
         m_redirect.reset();
-        m_authorization.reset();
         showDropboxMessage(tr("No browser could be opened. Connect with: brimvale dropbox connect --paste"));
         return;
     }
+    m_waitingForBrowser = m_redirect != nullptr;
     showDropboxMessage(tr("Allow Brimvale on Dropbox's page in your browser."));
 }
 
 void SyncPreferencesPage::onRedirected(const QUrl &url)
 {
-    const std::optional<QString> code = m_authorization ? m_authorization->codeFromRedirect(url) : std::nullopt;
+    // The listener stays until the next attempt: it is still sending the browser its page.
+    m_waitingForBrowser = false;
+    const std::optional<QString> code = m_authorization->codeFromRedirect(url);
     if (!code) {
-        m_redirect.reset();
-        m_authorization.reset();
         showDropboxMessage(tr("Dropbox did not allow access."));
         return;
     }
@@ -245,8 +248,6 @@ void SyncPreferencesPage::onRedirected(const QUrl &url)
 void SyncPreferencesPage::finishConnecting(const QString &error)
 {
     m_exchanging = false;
-    m_redirect.reset();
-    m_authorization.reset();
     updateAccount();
     showDropboxMessage(error.isEmpty() ? QString() : tr("Dropbox was not connected: %1").arg(error));
 }

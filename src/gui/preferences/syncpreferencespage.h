@@ -13,6 +13,7 @@ class DropboxAuthorization;
 class DropboxLoopbackRedirect;
 class PreferencesComboBox;
 class QFileDialog;
+class QFormLayout;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -59,6 +60,7 @@ private:
     BVSyncManager &m_syncManager;
     std::function<bool(const QUrl &)> m_openUrl;
 
+    QFormLayout *m_form = nullptr;
     PreferencesComboBox *m_syncMethod = nullptr;
     QWidget *m_folderRow = nullptr;
     QLineEdit *m_folderPath = nullptr;
@@ -73,9 +75,10 @@ private:
     QPushButton *m_syncNow = nullptr;
     QFileDialog *m_folderDialog = nullptr;
 
-    // The attempt under way, while the browser has Dropbox's page.
+    // The last attempt: its verifier, and the listener the browser returns to.
     std::unique_ptr<DropboxAuthorization> m_authorization;
     std::unique_ptr<DropboxLoopbackRedirect> m_redirect;
+    bool m_waitingForBrowser = false;
     bool m_dropboxConnected = false;
     bool m_exchanging = false;
 };
