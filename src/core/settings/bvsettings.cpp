@@ -38,6 +38,7 @@ const auto DontHideMainWindowOnStartTracking = QStringLiteral("dontHideMainWindo
 const auto EndCurrentActivityOnTrack = QStringLiteral("endCurrentActivityOnTrack");
 const auto ReportWindowSidebar = QStringLiteral("reportWindowSidebar");
 const auto CsvFieldSeparator = QStringLiteral("csvFieldSeparator");
+const auto CsvHeaderRow = QStringLiteral("csvHeaderRow");
 const auto CsvRowFormat = QStringLiteral("csv_row_format");
 const auto XmlProperties = QStringLiteral("xml_properties");
 const auto DefaultActivityExportFormat = QStringLiteral("default_activity_export_format");
@@ -510,6 +511,16 @@ QString BvSettings::csvFieldSeparator() const
 void BvSettings::setCsvFieldSeparator(const QString &csvFieldSeparator)
 {
     writeString(csvFieldSeparator, Key::CsvFieldSeparator);
+}
+
+bool BvSettings::csvHeaderRow() const
+{
+    return view().csvHeaderRow();
+}
+
+void BvSettings::setCsvHeaderRow(bool csvHeaderRow)
+{
+    writeString(csvHeaderRow ? QStringLiteral("1") : QStringLiteral("0"), Key::CsvHeaderRow);
 }
 
 QList<CSVTokenField> BvSettings::getCSVFormat() const

@@ -123,6 +123,9 @@ public:
     // CSV field separator (live), ";" when none is stored; "{TAB}" stands for a tab.
     QString csvFieldSeparator() const;
     void setCsvFieldSeparator(const QString &csvFieldSeparator);
+    // Whether a CSV export starts with a row of column titles (live, key "csvHeaderRow"); off by default.
+    bool csvHeaderRow() const;
+    void setCsvHeaderRow(bool csvHeaderRow);
     // The CSV export columns (live), each with its value's short title switched on. The default layout
     // when "csv_row_format" is missing; an empty one when it holds something that is not a layout.
     QList<CSVTokenField> getCSVFormat() const;
