@@ -1,0 +1,1 @@
+bv_add_test(NAME testshortcutrecorder SOURCES testshortcutrecorder.cpp LIBS brimvale-gui LABELS preferences)
