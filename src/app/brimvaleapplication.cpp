@@ -249,9 +249,10 @@ void BrimvaleApplication::showPreferences(int tab)
     if (!m_delegate)
         return;
     if (!m_preferences) {
-        m_preferences = std::make_unique<PreferencesWindowController>(PreferencesWindowController::Parts {
-            *m_settings, *m_store, *m_services.idleSource, *m_notifications, *m_dropboxAccount, *m_syncManager,
-            *m_services.globalHotKey, m_environment.trayAvailable, m_environment.openUrl });
+        m_preferences = std::make_unique<PreferencesWindowController>(PreferencesWindowController::Parts { *m_settings,
+            *m_store, *m_services.idleSource, *m_notifications, *m_dropboxAccount, *m_syncManager,
+            *m_services.globalHotKey, m_environment.trayAvailable, m_environment.openUrl,
+            PreferencesWindowController::menuShortcuts(*m_delegate->mainWindow().menuBar()) });
     }
     m_preferences->showPreferencesWithTabIdx(tab);
 }

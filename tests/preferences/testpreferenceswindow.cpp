@@ -338,6 +338,7 @@ void TestPreferencesWindow::opensAtTheTabOfItsNumber_data()
     QTest::newRow("general") << QList<int> { PreferencesTab::Sync, PreferencesTab::General } << u"generalPage"_s;
     QTest::newRow("sync is 2") << QList<int> { 2 } << u"syncPage"_s;
     QTest::newRow("attention") << QList<int> { PreferencesTab::Attention } << u"attentionPage"_s;
+    QTest::newRow("export") << QList<int> { PreferencesTab::Export } << u"exportLayoutsPage"_s;
     QTest::newRow("unknown keeps the last") << QList<int> { 2, 9 } << u"syncPage"_s;
     QTest::newRow("none keeps the last") << QList<int> { 3, -1 } << u"attentionPage"_s;
 }
@@ -383,6 +384,15 @@ void TestPreferencesWindow::menusTrayAndShortcutOpenTheOneWindow()
     QCOMPARE(m_app->preferencesWindow(), window);
     QVERIFY(window->isVisible());
     QCOMPARE(window->currentTabIdx(), int(PreferencesTab::Sync));
+
+    // The global shortcut may not take a shortcut of the app's own menus.
+    window->showPreferencesWithTabIdx(PreferencesTab::General);
+    auto *field = control<QPushButton>(u"shortcutField"_s);
+    QTest::mouseClick(field, Qt::LeftButton);
+    QTest::keyClick(field, Qt::Key_Comma, Qt::ControlModifier);
+    QVERIFY2(control<QLabel>(u"shortcutMessage"_s)->text().contains(u"“Preferences…”"_s),
+        qPrintable(control<QLabel>(u"shortcutMessage"_s)->text()));
+    QVERIFY(!m_app->settings().globalHotKey());
 }
 
 void TestPreferencesWindow::appFollowsTheChangesAtOnce()
@@ -582,9 +592,15 @@ void TestPreferencesWindow::everyTabFitsAtTheDefaultSize()
                 || !(qobject_cast<QLabel *>(child) || qobject_cast<QAbstractButton *>(child)
                     || qobject_cast<QComboBox *>(child)))
                 continue;
+            // A wrapped text gets the height its lines need.
             const auto *label = qobject_cast<QLabel *>(child);
-            if (label && label->wordWrap())
+            if (label && label->wordWrap()) {
+                QTRY_VERIFY2(label->height() >= label->heightForWidth(label->width()),
+                    qPrintable(u"%1 on %2: %3 < %4"_s.arg(child->objectName(), page->objectName())
+                                   .arg(label->height())
+                                   .arg(label->heightForWidth(label->width()))));
                 continue;
+            }
             // A text set while the page was hidden is laid out once the page shows.
             QTRY_VERIFY2(child->width() >= child->minimumSizeHint().width(),
                 qPrintable(u"%1 on %2: %3 < %4"_s.arg(child->objectName(), page->objectName())

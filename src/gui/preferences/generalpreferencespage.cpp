@@ -43,7 +43,8 @@ GeneralPreferencesPage::GeneralPreferencesPage(
 {
     setObjectName(u"generalPage"_s);
     m_form = new QFormLayout(this);
-    m_form->setFieldGrowthPolicy(QFormLayout::FieldsStayAtSizeHint);
+    // Pop-ups keep their width; the shortcut's row, with its explanations, takes the rest.
+    m_form->setFieldGrowthPolicy(QFormLayout::ExpandingFieldsGrow);
     m_form->setRowWrapPolicy(QFormLayout::DontWrapRows);
 
     m_appearance = new PreferencesComboBox(this);
@@ -121,6 +122,7 @@ GeneralPreferencesPage::GeneralPreferencesPage(
 void GeneralPreferencesPage::setShortcutRecorder(QWidget *recorder)
 {
     recorder->setParent(this);
+    recorder->setSizePolicy(QSizePolicy::Expanding, recorder->sizePolicy().verticalPolicy());
     m_form->addRow(tr("Show Brimvale with:"), recorder);
 }
 

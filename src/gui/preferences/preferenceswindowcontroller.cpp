@@ -3,13 +3,17 @@
 #include <QDesktopServices>
 #include <QDialogButtonBox>
 #include <QKeyEvent>
+#include <QMenu>
+#include <QMenuBar>
 #include <QPushButton>
 #include <QTabWidget>
 #include <QVBoxLayout>
 
 #include "gui/preferences/attentionpreferencespage.h"
+#include "gui/preferences/exportlayoutspage.h"
 #include "gui/preferences/generalpreferencespage.h"
 #include "gui/preferences/syncpreferencespage.h"
+#include "gui/shortcut/bvshortcutrecorder.h"
 #include "platform/brimvaledbus.h"
 
 using namespace Qt::StringLiterals;
@@ -32,12 +36,17 @@ PreferencesWindowController::PreferencesWindowController(const Parts &parts, QWi
     layout->addWidget(m_tabs);
 
     m_general = new GeneralPreferencesPage(parts.settings, parts.trayAvailable);
+    auto *recorder = new BvShortcutRecorder(parts.settings, parts.globalHotKey);
+    recorder->setReservedShortcuts(parts.reservedShortcuts);
+    m_general->setShortcutRecorder(recorder);
     addTab(m_general, PreferencesTab::General, tr("General"));
     m_attention = new AttentionPreferencesPage(parts.settings, parts.idleSource, parts.notifications);
     addTab(m_attention, PreferencesTab::Attention, tr("Attention"));
     std::function<bool(const QUrl &)> openUrl = parts.openUrl;
     if (!openUrl)
         openUrl = [](const QUrl &url) { return QDesktopServices::openUrl(url); };
+    m_export = new ExportLayoutsPage(parts.settings, parts.store);
+    addTab(m_export, PreferencesTab::Export, tr("Export"));
     m_sync = new SyncPreferencesPage(parts.settings, parts.dropboxAccount, parts.syncManager, std::move(openUrl));
     addTab(m_sync, PreferencesTab::Sync, tr("Sync"));
 
@@ -49,6 +58,22 @@ PreferencesWindowController::PreferencesWindowController(const Parts &parts, QWi
 }
 
 PreferencesWindowController::~PreferencesWindowController() = default;
+
+QList<QPair<QKeySequence, QString>> PreferencesWindowController::menuShortcuts(const QMenuBar &menuBar)
+{
+    QList<QPair<QKeySequence, QString>> shortcuts;
+    std::function<void(const QList<QAction *> &)> collect = [&](const QList<QAction *> &actions) {
+        for (const QAction *action : actions) {
+            if (action->menu())
+                collect(action->menu()->actions());
+            const QString title = QString(action->text()).remove(QLatin1Char('&'));
+            for (const QKeySequence &shortcut : action->shortcuts())
+                shortcuts.append({ shortcut, title });
+        }
+    };
+    collect(menuBar.actions());
+    return shortcuts;
+}
 
 void PreferencesWindowController::addTab(QWidget *page, int tabIdx, const QString &title)
 {
