@@ -117,10 +117,10 @@ SyncPreferencesPage::SyncPreferencesPage(BvSettings &settings, BVDropboxSyncBack
         updateStates();
     });
 
-    // The tray's menu, the command line's hand-over and the app's own runs change these too.
-    connect(&m_settings, &BvSettings::syncMethodChanged, this, &SyncPreferencesPage::reload);
-    connect(&m_settings, &BvSettings::syncFolderPathChanged, this, &SyncPreferencesPage::reload);
-    connect(&m_settings, &BvSettings::dropboxSyncIntervalChanged, this, &SyncPreferencesPage::reload);
+    // Other parts of the app change these too. The account is not read again here: that asks the keyring.
+    connect(&m_settings, &BvSettings::syncMethodChanged, this, &SyncPreferencesPage::reloadSettings);
+    connect(&m_settings, &BvSettings::syncFolderPathChanged, this, &SyncPreferencesPage::reloadSettings);
+    connect(&m_settings, &BvSettings::dropboxSyncIntervalChanged, this, &SyncPreferencesPage::reloadSettings);
 
     reload();
 }
@@ -129,10 +129,15 @@ SyncPreferencesPage::~SyncPreferencesPage() = default;
 
 void SyncPreferencesPage::reload()
 {
+    updateAccount();
+    reloadSettings();
+}
+
+void SyncPreferencesPage::reloadSettings()
+{
     m_syncMethod->setValue(m_settings.syncMethod());
     m_folderPath->setText(m_settings.syncFolderPath());
     m_interval->setValue(m_settings.dropboxSyncInterval());
-    updateAccount();
     updateLastSync();
     updateStates();
 }

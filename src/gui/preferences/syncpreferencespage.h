@@ -32,7 +32,7 @@ public:
         std::function<bool(const QUrl &)> openUrl, QWidget *parent = nullptr);
     ~SyncPreferencesPage() override;
 
-    // Shows the settings, the account and the last sync as they are now.
+    // Shows the settings, the account (asking the keyring) and the last sync as they are now.
     void reload();
 
     // Connecting: Dropbox's page opens in the browser, which returns to a listener on this computer; the
@@ -48,6 +48,7 @@ public:
     static QString lastSyncText(const QDateTime &lastSync);
 
 private:
+    void reloadSettings();
     void updateStates();
     void updateAccount();
     void updateLastSync();
