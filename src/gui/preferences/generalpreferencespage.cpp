@@ -29,7 +29,8 @@ QLabel *noteLabel(const QString &objectName, QWidget *parent)
     small.setPointSizeF(small.pointSizeF() * 0.9);
     label->setFont(small);
     label->setForegroundRole(QPalette::PlaceholderText);
-    label->setVisible(false);
+    // A row of its own across the field column, so that the text wraps at the page's width, not a pop-up's.
+    label->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
     return label;
 }
 
@@ -56,12 +57,9 @@ GeneralPreferencesPage::GeneralPreferencesPage(
         m_appearanceChangedHere = true;
         updateStates();
     });
+    m_form->addRow(tr("Show Brimvale in:"), m_appearance);
     m_appearanceNote = noteLabel(u"appearanceNote"_s, this);
-    auto *appearanceBox = new QVBoxLayout;
-    appearanceBox->setContentsMargins(0, 0, 0, 0);
-    appearanceBox->addWidget(m_appearance, 0, Qt::AlignLeft);
-    appearanceBox->addWidget(m_appearanceNote);
-    m_form->addRow(tr("Show Brimvale in:"), appearanceBox);
+    m_form->addRow(QString(), m_appearanceNote);
 
     m_statusbarType = new PreferencesComboBox(this);
     m_statusbarType->setObjectName(u"statusbarType"_s);
@@ -109,13 +107,11 @@ GeneralPreferencesPage::GeneralPreferencesPage(
     m_startAtLogin = new QCheckBox(tr("Start Brimvale when I log in"), this);
     m_startAtLogin->setObjectName(u"startAtLogin"_s);
     connect(m_startAtLogin, &QCheckBox::toggled, this, &GeneralPreferencesPage::onStartAtLoginToggled);
+    m_form->addRow(QString(), m_startAtLogin);
     m_startAtLoginNote = noteLabel(u"startAtLoginNote"_s, this);
-    auto *loginBox = new QVBoxLayout;
-    loginBox->setContentsMargins(0, 0, 0, 0);
-    loginBox->addWidget(m_startAtLogin);
-    loginBox->addWidget(m_startAtLoginNote);
-    m_form->addRow(QString(), loginBox);
+    m_form->addRow(QString(), m_startAtLoginNote);
 
+    m_form->setRowVisible(m_startAtLoginNote, false);
     reload();
 }
 
@@ -188,7 +184,7 @@ void GeneralPreferencesPage::updateStates()
         // The window the user is looking at keeps its taskbar entry until the next start.
         note = tr("Brimvale leaves the taskbar the next time it starts.");
     m_appearanceNote->setText(note);
-    m_appearanceNote->setVisible(!note.isEmpty());
+    m_form->setRowVisible(m_appearanceNote, !note.isEmpty());
 }
 
 void GeneralPreferencesPage::onStartAtLoginToggled(bool on)
@@ -196,7 +192,7 @@ void GeneralPreferencesPage::onStartAtLoginToggled(bool on)
     m_settings.setStartAtLogin(on);
     const bool failed = m_settings.startAtLogin() != on;
     m_startAtLoginNote->setText(failed ? startAtLoginFailedMessage() : QString());
-    m_startAtLoginNote->setVisible(failed);
+    m_form->setRowVisible(m_startAtLoginNote, failed);
     if (failed) {
         const QSignalBlocker blocker(m_startAtLogin);
         m_startAtLogin->setChecked(m_settings.startAtLogin());
