@@ -440,6 +440,9 @@ void TestExportLayoutsPage::pageFitsThePreferencesWindow()
         }
     }
     QVERIFY(m_page->findChild<QPlainTextEdit *>(u"csvPreview"_s)->height() >= 100);
+    // The page does not make the preferences window grow beyond its default size.
+    QVERIFY2(m_page->minimumSizeHint().width() <= 700 && m_page->minimumSizeHint().height() <= 470,
+        qPrintable(u"%1x%2"_s.arg(m_page->minimumSizeHint().width()).arg(m_page->minimumSizeHint().height())));
 }
 
 QTEST_MAIN(TestExportLayoutsPage)

@@ -1,5 +1,6 @@
 #include "gui/preferences/exporttokenrow.h"
 
+#include <QActionGroup>
 #include <QApplication>
 #include <QDrag>
 #include <QDragEnterEvent>
@@ -119,10 +120,16 @@ void ExportTokenRow::showTokenMenu(qsizetype index)
         const ExportTokenChoiceGroup &group = groups.at(g);
         QMenu *submenu = menu->addMenu(group.title);
         submenu->setObjectName(QStringLiteral("group-%1").arg(g));
-        submenu->menuAction()->setCheckable(true);
-        submenu->menuAction()->setChecked(group.current);
+        // The group of the token in use stands out; inside it, the token is the selected choice.
+        if (group.current) {
+            QFont font = submenu->menuAction()->font();
+            font.setBold(true);
+            submenu->menuAction()->setFont(font);
+        }
+        auto *exclusive = new QActionGroup(submenu);
         for (const ExportTokenChoice &choice : group.choices) {
             QAction *action = submenu->addAction(choice.title);
+            exclusive->addAction(action);
             action->setObjectName(QStringLiteral("choice-%1-%2").arg(choice.tokenType).arg(choice.tokenValue));
             action->setCheckable(true);
             action->setChecked(choice.checked);
