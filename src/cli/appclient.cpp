@@ -166,6 +166,14 @@ std::expected<QString, QString> AppClient::sync()
     return answerText(call(QStringLiteral("Sync"), {}, SyncTimeoutMsecs));
 }
 
+std::expected<void, QString> AppClient::showMainWindow()
+{
+    const auto reply = call(QStringLiteral("ShowMainWindow"));
+    if (!reply)
+        return std::unexpected(reply.error());
+    return {};
+}
+
 void AppClient::watch()
 {
     if (m_watcher)

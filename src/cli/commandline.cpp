@@ -9,6 +9,7 @@
 #include "cli/itemtotalscommand.h"
 #include "cli/listcommand.h"
 #include "cli/preferencescommand.h"
+#include "cli/showcommand.h"
 #include "cli/startcommand.h"
 #include "cli/statuscommand.h"
 #include "cli/stopcommand.h"
@@ -37,6 +38,7 @@ CommandLine::CommandLine()
     m_commands.push_back(std::make_unique<UpdateCommand>());
     m_commands.push_back(std::make_unique<StopCommand>());
     m_commands.push_back(std::make_unique<StatusCommand>());
+    m_commands.push_back(std::make_unique<ShowCommand>());
     m_commands.push_back(std::make_unique<DropboxCommand>());
     m_commands.push_back(std::make_unique<PreferencesCommand>());
 }

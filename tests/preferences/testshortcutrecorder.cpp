@@ -9,8 +9,8 @@
 #include <QTemporaryDir>
 #include <QToolButton>
 
+#include "fakes/fakeglobalhotkey.h"
 #include "gui/shortcut/bvshortcutrecorder.h"
-#include "platform/globalhotkey.h"
 #include "settings/bvsettings.h"
 #include "settings/bvshortcutrecorderrules.h"
 #include "settings/userdefaults.h"
@@ -31,29 +31,6 @@ BvHotKey hotKey(QKeyCombination combination)
 {
     return *BvHotKey::fromKeyPress(combination.key(), combination.keyboardModifiers().toInt());
 }
-
-// The session's grab as the recorder sees it: it holds one key at most and refuses the ones "another
-// program" holds.
-class FakeGlobalHotKey : public GlobalHotKey
-{
-public:
-    bool available = true;
-    QList<BvHotKey> taken;
-    HotKey grabbed;
-
-    bool isAvailable() const override { return available; }
-    std::expected<void, QString> registerHotKey(const HotKey &key) override
-    {
-        grabbed.reset();
-        if (!available && key)
-            return registered(std::unexpected(u"No global shortcuts here."_s));
-        if (key && taken.contains(*key))
-            return registered(std::unexpected(u"Taken by another application."_s));
-        grabbed = key;
-        return registered({});
-    }
-    void failLater(const QString &reason) { setRegistrationError(reason); }
-};
 
 } // namespace
 

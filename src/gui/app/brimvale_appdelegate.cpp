@@ -325,7 +325,20 @@ void Brimvale_AppDelegate::registerGlobalHotKey()
     if (!registered)
         qCWarning(lcApp).noquote() << "Could not register the global hot key:" << registered.error();
     static_cast<void>(connect(&m_globalHotKey, &GlobalHotKey::activated, this,
-        &Brimvale_AppDelegate::showAndBringMainWindowToFront, Qt::UniqueConnection));
+        &Brimvale_AppDelegate::toggleMainWindowFromHotKey, Qt::UniqueConnection));
+}
+
+void Brimvale_AppDelegate::toggleMainWindowFromHotKey()
+{
+    if (!m_window->isVisible() || m_window->isMinimized() || !m_window->isActiveWindow()) {
+        showAndBringMainWindowToFront();
+        return;
+    }
+    // As after a keyboard start: without a tray icon the taskbar entry is the way back.
+    if (m_statusBarItem)
+        m_window->hide();
+    else
+        m_window->showMinimized();
 }
 
 bool Brimvale_AppDelegate::handleGetURLEvent(const QString &url)
