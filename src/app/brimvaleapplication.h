@@ -6,6 +6,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QUrl>
 
 #include "base/bverror.h"
 #include "platform/platformservices.h"
@@ -18,6 +19,7 @@ class Brimvale_AppDelegate;
 class BvUserNotificationService;
 class DockAttention;
 class IdlePromptPresenter;
+class PreferencesWindowController;
 class UserNotificationCentre;
 class BvSettings;
 class BVDropboxSettings;
@@ -52,6 +54,8 @@ struct AppEnvironment
     DropboxSyncServiceProtocol *dropboxService = nullptr;
     // Makes the backend of a sync method for each run; the Dropbox and folder backends when unset.
     BVSyncManager::BackendFactory syncBackends;
+    // Shows a page in the user's browser (connecting Dropbox); QDesktopServices when unset.
+    std::function<bool(const QUrl &)> openUrl;
 };
 
 // The composition root of the desktop app: owns the defaults and settings, the store, the tracking engine,
@@ -87,6 +91,11 @@ public:
     void showMainWindow();
     // handleGetURLEvent.
     void openUrl(const QString &url);
+    // Opens the one preferences window at tab `tab` (PreferencesTab; another number keeps the tab shown
+    // last) and brings it to the front.
+    void showPreferences(int tab);
+    // Null until the preferences were first opened.
+    PreferencesWindowController *preferencesWindow() const { return m_preferences.get(); }
     // The quit flow, then QCoreApplication::quit(). A second call while the flow waits for its alert is
     // ignored.
     void quit();
@@ -118,4 +127,5 @@ private:
     std::unique_ptr<Brimvale_AppDelegate> m_delegate;
     std::unique_ptr<IdlePromptPresenter> m_idlePrompt;
     std::unique_ptr<DockAttention> m_dockAttention;
+    std::unique_ptr<PreferencesWindowController> m_preferences;
 };

@@ -144,6 +144,14 @@ std::expected<void, QString> AppClient::stopTrack()
     return {};
 }
 
+std::expected<void, QString> AppClient::showPreferences(int tab)
+{
+    const auto reply = call(QStringLiteral("ShowPreferences"), { tab });
+    if (!reply)
+        return std::unexpected(reply.error());
+    return {};
+}
+
 std::expected<AppClient::Status, QString> AppClient::status()
 {
     const auto reply = call(QStringLiteral("Status"));

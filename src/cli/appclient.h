@@ -58,6 +58,8 @@ public:
     // A sync run in the app; answers when the run ends: "Sync operation completed!", or "Error occurred"
     // and the details on the next line.
     std::expected<QString, QString> sync();
+    // Opens the app's preferences window at `tab` (PreferencesTab).
+    std::expected<void, QString> showPreferences(int tab);
     // Brings the main window to the front.
     std::expected<void, QString> showMainWindow();
 

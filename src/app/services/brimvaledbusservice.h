@@ -51,6 +51,9 @@ public Q_SLOTS:
     // answers when it ends: "Sync operation completed!", or "Error occurred" and the details on the next
     // line. With sync turned off the error comes at once.
     Q_SCRIPTABLE QString Sync();
+    // Opens the preferences window at a tab (PreferencesTab: 0 general, 1 export, 2 sync, 3 attention; any
+    // other number keeps the tab last shown) and brings it to the front.
+    Q_SCRIPTABLE void ShowPreferences(int tab);
 
 Q_SIGNALS:
     // Tracking started, stopped, or the running activity changed its text or start; arguments as Status()
@@ -60,6 +63,8 @@ Q_SIGNALS:
     void showMainWindowRequested();
     // A URL handed over by a second `brimvale` (a brimvaleapp: redirect from the browser).
     void openUrlRequested(const QString &url);
+    // ShowPreferences was called.
+    void showPreferencesRequested(int tab);
 
 private:
     // Answers every waiting caller when `service`'s run ends.

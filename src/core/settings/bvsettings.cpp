@@ -399,6 +399,60 @@ void BvSettings::setStartAtLogin(bool startAtLogin)
     m_defaults->synchronize();
 }
 
+void BvSettings::setRecentItemsCount(int count)
+{
+    const int value = std::clamp(count, 0, 50);
+    if (value == m_recentItemsCount)
+        return;
+    m_recentItemsCount = value;
+    m_defaults->setInteger(value, Key::RecentItemsCount);
+    m_defaults->synchronize();
+    Q_EMIT recentItemsChanged();
+}
+
+void BvSettings::setRecentItemsOrderedByDate(bool orderedByDate)
+{
+    if (orderedByDate == m_recentItemsOrderedByDate)
+        return;
+    m_recentItemsOrderedByDate = orderedByDate;
+    writeString(orderedByDate ? QStringLiteral("date") : QStringLiteral("text"), Key::RecentItemsOrderedBy);
+    Q_EMIT recentItemsChanged();
+}
+
+void BvSettings::setRecentItemsExcludeInvoiced(bool excludeInvoiced)
+{
+    if (excludeInvoiced == m_recentItemsExcludeInvoiced)
+        return;
+    m_recentItemsExcludeInvoiced = excludeInvoiced;
+    m_defaults->setBool(excludeInvoiced, Key::RecentItemsExcludeInvoiced);
+    m_defaults->synchronize();
+    Q_EMIT recentItemsChanged();
+}
+
+void BvSettings::setHideMainWindowOnStartTracking(bool hide)
+{
+    m_hideMainWindowOnStartTracking = hide;
+    m_defaults->setBool(hide, Key::HideMainWindowOnStartTracking);
+    m_defaults->synchronize();
+}
+
+void BvSettings::setDontHideMainWindowOnStartTracking(bool dontHide)
+{
+    m_dontHideMainWindowOnStartTracking = dontHide;
+    m_defaults->setBool(dontHide, Key::DontHideMainWindowOnStartTracking);
+    m_defaults->synchronize();
+}
+
+void BvSettings::setEndCurrentActivityOnTrack(bool endCurrentActivityOnTrack)
+{
+    const bool changed = endCurrentActivityOnTrack != m_endCurrentActivityOnTrack;
+    m_endCurrentActivityOnTrack = endCurrentActivityOnTrack;
+    m_defaults->setBool(endCurrentActivityOnTrack, Key::EndCurrentActivityOnTrack);
+    m_defaults->synchronize();
+    if (changed)
+        Q_EMIT endCurrentActivityOnTrackChanged();
+}
+
 void BvSettings::setGlobalHotKey(std::optional<BvHotKey> globalHotKey)
 {
     if (globalHotKey) {

@@ -149,6 +149,7 @@ void Brimvale_AppDelegate::wireWindow()
         [window] { window->isMaximized() ? window->showNormal() : window->showMaximized(); });
     connect(menuBar, &MainMenuBar::mainWindowRequested, this, &Brimvale_AppDelegate::showAndBringMainWindowToFront);
     connect(menuBar, &MainMenuBar::quitRequested, this, &Brimvale_AppDelegate::quitRequested);
+    connect(menuBar, &MainMenuBar::preferencesRequested, this, &Brimvale_AppDelegate::preferencesRequested);
     connect(menuBar->recentActivitiesMenu(), &RecentActivitiesMenu::activityChosen, &m_tracking,
         &TrackingController::setPreviousActivityAndStart);
 
@@ -167,6 +168,8 @@ void Brimvale_AppDelegate::observeSettings()
         rescheduleSync();
     });
     connect(&m_settings, &BvSettings::dropboxSyncIntervalChanged, this, &Brimvale_AppDelegate::rescheduleSync);
+    // Whether Start ends the running activity decides whether Start is offered while tracking.
+    connect(&m_settings, &BvSettings::endCurrentActivityOnTrackChanged, this, &Brimvale_AppDelegate::onTrackingChanged);
     // A new interval matters only to the timer that runs in the current state: the nag while idle, the
     // reminder while tracking.
     connect(m_settings.notTrackingNotification(), &NotificationSettings::intervalChanged, this, [this] {
@@ -227,6 +230,8 @@ void Brimvale_AppDelegate::setStatusBar()
             &Brimvale_AppDelegate::showAndBringMainWindowToFront);
         connect(m_statusBarMenu.get(), &StatusBarMenu::stopTrackRequested, this, &Brimvale_AppDelegate::stopTrack);
         connect(m_statusBarMenu.get(), &StatusBarMenu::quitRequested, this, &Brimvale_AppDelegate::quitRequested);
+        connect(m_statusBarMenu.get(), &StatusBarMenu::preferencesRequested, this,
+            &Brimvale_AppDelegate::preferencesRequested);
         connect(m_statusBarMenu.get(), &StatusBarMenu::syncRequested, this, &Brimvale_AppDelegate::onSyncAction);
         m_statusBarMenu->setSyncMenuTitle(m_syncMenuTitle);
         connect(m_statusBarMenu->recentActivitiesMenu(), &RecentActivitiesMenu::activityChosen, &m_tracking,

@@ -112,6 +112,8 @@ Q_SIGNALS:
     void quitRequested();
     // The quit flow is done; the app may end.
     void terminationAllowed();
+    // The menu bar's or the tray's Preferences command.
+    void preferencesRequested();
 
 private:
     void wireWindow();

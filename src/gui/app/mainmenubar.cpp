@@ -23,6 +23,14 @@ MainMenuBar::MainMenuBar(TrackingController &tracking, QWidget *parent)
     // Later windows (report, preferences) add their commands to this menu; until they exist it holds Quit.
     QMenu *appMenu = addMenu(tr("&Brimvale"));
     appMenu->setObjectName(QStringLiteral("applicationMenu"));
+    QAction *preferences = appMenu->addAction(tr("&Preferences…"));
+    preferences->setObjectName(QStringLiteral("preferencesAction"));
+    // Ctrl+, as in GNOME and KDE apps, from any of the app's windows.
+    preferences->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    preferences->setShortcutContext(Qt::ApplicationShortcut);
+    preferences->setMenuRole(QAction::PreferencesRole);
+    connect(preferences, &QAction::triggered, this, &MainMenuBar::preferencesRequested);
+    appMenu->addSeparator();
     QAction *quit = appMenu->addAction(tr("&Quit"));
     quit->setObjectName(QStringLiteral("quitAction"));
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));

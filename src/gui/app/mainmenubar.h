@@ -36,6 +36,7 @@ Q_SIGNALS:
     void zoomRequested();
     void mainWindowRequested();
     void quitRequested();
+    void preferencesRequested();
 
 private:
     QMenu *m_activityMenu = nullptr;
