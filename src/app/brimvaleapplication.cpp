@@ -15,6 +15,7 @@
 #include "gui/attention/dockattention.h"
 #include "gui/attention/idlepromptpresenter.h"
 #include "gui/report/reportwindows.h"
+#include "gui/preferences/preferenceswindowcontroller.h"
 #include "model/activitymanager.h"
 #include "model/store.h"
 #include "platform/dropboxagentclient.h"
@@ -53,6 +54,7 @@ BrimvaleApplication::BrimvaleApplication(PlatformServices services, AppEnvironme
 BrimvaleApplication::~BrimvaleApplication()
 {
     m_reportWindows.reset();
+    m_preferences.reset();
     m_dockAttention.reset();
     m_idlePrompt.reset();
     m_delegate.reset();
@@ -102,6 +104,11 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
     m_activityManager = std::make_unique<ActivityManager>(*m_store,
         RecentItemsOptions { m_settings->recentItemsCount(), m_settings->recentItemsOrderedByDate(),
             m_settings->recentItemsExcludeInvoiced() });
+    // The recent menus fill when they open, so a change in the preferences shows at the next opening.
+    connect(m_settings.get(), &BvSettings::recentItemsChanged, m_activityManager.get(), [this] {
+        m_activityManager->setRecentItemsOptions({ m_settings->recentItemsCount(),
+            m_settings->recentItemsOrderedByDate(), m_settings->recentItemsExcludeInvoiced() });
+    });
     m_tracking = std::make_unique<TrackingController>(*m_activityManager, *m_settings, *m_environment.clock);
     // The attention rules follow the tracking controller's seams from the launch's first stop on.
     m_notificationCentre = std::make_unique<NotificationCentreNotifier>(*m_services.notifier);
@@ -126,6 +133,7 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
         Brimvale_AppDelegate::Parts { *m_tracking, *m_settings, *m_services.globalHotKey, *m_services.notifier,
             m_environment.trayAvailable, *m_dropboxAccount, *m_syncManager });
     connect(m_delegate.get(), &Brimvale_AppDelegate::quitRequested, this, &BrimvaleApplication::quit);
+    connect(m_delegate.get(), &Brimvale_AppDelegate::preferencesRequested, this, [this] { showPreferences(-1); });
     connect(m_delegate.get(), &Brimvale_AppDelegate::terminationAllowed, this, [this] {
         Q_EMIT aboutToQuit();
         QCoreApplication::quit();
@@ -256,6 +264,19 @@ void BrimvaleApplication::openUrl(const QString &url)
 {
     if (m_delegate)
         m_delegate->handleGetURLEvent(url);
+}
+
+void BrimvaleApplication::showPreferences(int tab)
+{
+    if (!m_delegate)
+        return;
+    if (!m_preferences) {
+        m_preferences = std::make_unique<PreferencesWindowController>(PreferencesWindowController::Parts { *m_settings,
+            *m_store, *m_services.idleSource, *m_notifications, *m_dropboxAccount, *m_syncManager,
+            *m_services.globalHotKey, m_environment.trayAvailable, m_environment.openUrl,
+            PreferencesWindowController::menuShortcuts(*m_delegate->mainWindow().menuBar()) });
+    }
+    m_preferences->showPreferencesWithTabIdx(tab);
 }
 
 void BrimvaleApplication::quit()

@@ -6,6 +6,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QUrl>
 
 #include "base/bverror.h"
 #include "platform/platformservices.h"
@@ -19,6 +20,7 @@ class BvUserNotificationService;
 class DockAttention;
 class IdlePromptPresenter;
 class ReportWindows;
+class PreferencesWindowController;
 class UserNotificationCentre;
 class BvSettings;
 class BVDropboxSettings;
@@ -53,6 +55,8 @@ struct AppEnvironment
     DropboxSyncServiceProtocol *dropboxService = nullptr;
     // Makes the backend of a sync method for each run; the Dropbox and folder backends when unset.
     BVSyncManager::BackendFactory syncBackends;
+    // Shows a page in the user's browser (connecting Dropbox); QDesktopServices when unset.
+    std::function<bool(const QUrl &)> openUrl;
 };
 
 // The composition root of the desktop app: owns the defaults and settings, the store, the tracking engine,
@@ -92,6 +96,11 @@ public:
     void showReport();
     // Valid after a successful launch.
     ReportWindows &reportWindows();
+    // Opens the one preferences window at tab `tab` (PreferencesTab; another number keeps the tab shown
+    // last) and brings it to the front.
+    void showPreferences(int tab);
+    // Null until the preferences were first opened.
+    PreferencesWindowController *preferencesWindow() const { return m_preferences.get(); }
     // The quit flow, then QCoreApplication::quit(). A second call while the flow waits for its alert is
     // ignored.
     void quit();
@@ -124,4 +133,5 @@ private:
     std::unique_ptr<IdlePromptPresenter> m_idlePrompt;
     std::unique_ptr<DockAttention> m_dockAttention;
     std::unique_ptr<ReportWindows> m_reportWindows;
+    std::unique_ptr<PreferencesWindowController> m_preferences;
 };

@@ -142,6 +142,8 @@ int runApp(int argc, char **argv, const AppLaunchOptions &options)
     QObject::connect(&service, &BrimvaleDBusService::openUrlRequested, &application, &BrimvaleApplication::openUrl);
     QObject::connect(
         &service, &BrimvaleDBusService::showReportRequested, &application, &BrimvaleApplication::showReport);
+    QObject::connect(&service, &BrimvaleDBusService::showPreferencesRequested, &application,
+        &BrimvaleApplication::showPreferences);
     if (!service.registerOnSessionBus())
         qWarning() << "The app is not reachable on the session bus: brimvale start, stop and status cannot reach it";
     return app.exec();

@@ -152,6 +152,14 @@ std::expected<void, QString> AppClient::showReport()
     return {};
 }
 
+std::expected<void, QString> AppClient::showPreferences(int tab)
+{
+    const auto reply = call(QStringLiteral("ShowPreferences"), { tab });
+    if (!reply)
+        return std::unexpected(reply.error());
+    return {};
+}
+
 std::expected<AppClient::Status, QString> AppClient::status()
 {
     const auto reply = call(QStringLiteral("Status"));
@@ -164,6 +172,14 @@ std::expected<AppClient::Status, QString> AppClient::status()
 std::expected<QString, QString> AppClient::sync()
 {
     return answerText(call(QStringLiteral("Sync"), {}, SyncTimeoutMsecs));
+}
+
+std::expected<void, QString> AppClient::showMainWindow()
+{
+    const auto reply = call(QStringLiteral("ShowMainWindow"));
+    if (!reply)
+        return std::unexpected(reply.error());
+    return {};
 }
 
 void AppClient::watch()

@@ -60,6 +60,10 @@ public:
     // A sync run in the app; answers when the run ends: "Sync operation completed!", or "Error occurred"
     // and the details on the next line.
     std::expected<QString, QString> sync();
+    // Opens the app's preferences window at `tab` (PreferencesTab).
+    std::expected<void, QString> showPreferences(int tab);
+    // Brings the main window to the front.
+    std::expected<void, QString> showMainWindow();
 
     // From now on reports every change of tracking and the app's coming and going.
     void watch();

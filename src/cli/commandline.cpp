@@ -9,6 +9,8 @@
 #include "cli/itemtotalscommand.h"
 #include "cli/listcommand.h"
 #include "cli/reportcommand.h"
+#include "cli/preferencescommand.h"
+#include "cli/showcommand.h"
 #include "cli/startcommand.h"
 #include "cli/statuscommand.h"
 #include "cli/stopcommand.h"
@@ -38,7 +40,9 @@ CommandLine::CommandLine()
     m_commands.push_back(std::make_unique<StopCommand>());
     m_commands.push_back(std::make_unique<StatusCommand>());
     m_commands.push_back(std::make_unique<ReportCommand>());
+    m_commands.push_back(std::make_unique<ShowCommand>());
     m_commands.push_back(std::make_unique<DropboxCommand>());
+    m_commands.push_back(std::make_unique<PreferencesCommand>());
 }
 
 CommandLine::~CommandLine() = default;
@@ -60,7 +64,7 @@ QString CommandLine::overview() const
                          "the project (@) and tasks (#). Every command works on the same journal as the app.\n\n"
                          "Commands:\n");
     for (const auto &command : m_commands)
-        text += QStringLiteral("  %1%2\n").arg(command->name().leftJustified(10), command->summary());
+        text += QStringLiteral("  %1%2\n").arg(command->name().leftJustified(13), command->summary());
     text += QStringLiteral(
         "\nRun \"brimvale COMMAND --help\" for the options of a command, \"brimvale --version\" for the "
         "version.\n");

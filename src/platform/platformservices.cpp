@@ -5,7 +5,9 @@
 #include <QStringList>
 
 #include "platform/autostartxdg.h"
+#include "platform/globalhotkeykglobalaccel.h"
 #include "platform/globalhotkeynull.h"
+#include "platform/globalhotkeyportal.h"
 #include "platform/idlesourcemutter.h"
 #include "platform/idlesourcenull.h"
 #include "platform/idlesourcescreensaver.h"
@@ -17,6 +19,7 @@
 #include "platform/sessioneventsmutterdisplay.h"
 #include "platform/sessioneventsscreensaver.h"
 #ifdef BRIMVALE_HAVE_XCB
+#include "platform/globalhotkeyx11.h"
 #include "platform/idlesourcex11.h"
 #include "platform/sessioneventsdpms.h"
 #endif
@@ -72,6 +75,31 @@ std::unique_ptr<SessionEvents> sessionEventsForSession()
 #endif
     return std::make_unique<SessionEventsCombined>(std::move(sources));
 }
+
+// X11 grabs the key itself; on Wayland the portal where the desktop has one, else KDE's daemon (Plasma
+// without the portal's backend); else the user binds `brimvale show` in the desktop's settings.
+std::unique_ptr<GlobalHotKey> globalHotKeyForSession()
+{
+    const bool wayland = isWaylandSession();
+#ifdef BRIMVALE_HAVE_XCB
+    if (auto x11 = std::make_unique<GlobalHotKeyX11>(QString(), wayland); x11->isAvailable()) {
+        qCInfo(lcPlatform) << "Global shortcut through an X11 key grab";
+        return x11;
+    }
+#endif
+    if (wayland) {
+        if (auto portal = std::make_unique<GlobalHotKeyPortal>(QDBusConnection::sessionBus()); portal->isAvailable()) {
+            qCInfo(lcPlatform) << "Global shortcut through the desktop portal";
+            return portal;
+        }
+    }
+    if (auto kde = std::make_unique<GlobalHotKeyKGlobalAccel>(QDBusConnection::sessionBus()); kde->isAvailable()) {
+        qCInfo(lcPlatform) << "Global shortcut through KDE's shortcut service";
+        return kde;
+    }
+    qCInfo(lcPlatform) << "No global shortcut in this session";
+    return std::make_unique<GlobalHotKeyNull>();
+}
 } // namespace
 
 PlatformServices::PlatformServices() = default;
@@ -87,7 +115,7 @@ PlatformServices PlatformServices::forSession()
         : std::make_unique<NotifierNull>();
     services.idleSource = idleSourceForSession();
     services.sessionEvents = sessionEventsForSession();
-    services.globalHotKey = std::make_unique<GlobalHotKeyNull>();
+    services.globalHotKey = globalHotKeyForSession();
     services.keychain = std::make_unique<KeychainQt>();
     services.loginItems = std::make_unique<AutostartXdg>();
     return services;

@@ -39,7 +39,10 @@ bool DBusMock::start(const QStringList &arguments)
         return false;
     const QDeadlineTimer deadline(15000);
     while (!deadline.hasExpired()) {
-        if (connection().interface()->isServiceRegistered(m_busName).value())
+        // The owner must be this process: a mock of the same name that the previous test ended may still
+        // hold the name until the bus notices that it has gone.
+        const QDBusReply<uint> owner = connection().interface()->servicePid(m_busName);
+        if (owner.isValid() && owner.value() == quint32(m_process.processId()))
             return true;
         if (m_process.state() == QProcess::NotRunning)
             return false;

@@ -132,6 +132,11 @@ void BrimvaleDBusService::OpenUrl(const QString &url)
     Q_EMIT openUrlRequested(url);
 }
 
+void BrimvaleDBusService::ShowPreferences(int tab)
+{
+    Q_EMIT showPreferencesRequested(tab);
+}
+
 QString BrimvaleDBusService::Sync()
 {
     m_sync.startSync();

@@ -53,6 +53,9 @@ public Q_SLOTS:
     Q_SCRIPTABLE QString Sync();
     // Opens the report window (or brings the open one to the front).
     Q_SCRIPTABLE void ShowReport();
+    // Opens the preferences window at a tab (PreferencesTab: 0 general, 1 export, 2 sync, 3 attention; any
+    // other number keeps the tab last shown) and brings it to the front.
+    Q_SCRIPTABLE void ShowPreferences(int tab);
 
 Q_SIGNALS:
     // Tracking started, stopped, or the running activity changed its text or start; arguments as Status()
@@ -64,6 +67,8 @@ Q_SIGNALS:
     void openUrlRequested(const QString &url);
     // A script or `brimvale report` asks for the report window.
     void showReportRequested();
+    // ShowPreferences was called.
+    void showPreferencesRequested(int tab);
 
 private:
     // Answers every waiting caller when `service`'s run ends.

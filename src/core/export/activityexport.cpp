@@ -123,12 +123,18 @@ QString textOf(const ActivityRecord &record)
 }
 
 template<typename Rows>
-bool writeCSVRows(const Rows &rows, const QList<CSVTokenField> &csvFormat, const QString &separator, QIODevice &device)
+bool writeCSVRows(const Rows &rows, const QList<CSVTokenField> &csvFormat, const QString &separator, bool headerRow,
+    QIODevice &device)
 {
     const ActivityCSVFormatter formatter(csvFormat);
     QString buffer;
     buffer.reserve(kFlushAtChars + 4096);
     bool first = true;
+    // A layout without columns has no titles either: its file stays empty.
+    if (headerRow && !csvFormat.isEmpty()) {
+        buffer = ActivityExport::csvHeaderRow(csvFormat, separator);
+        first = false;
+    }
     for (const auto &row : rows) {
         const auto *activity = itemOf(row);
         if (!activity)
@@ -191,8 +197,8 @@ bool writeRows(const Rows &rows, QIODevice &device, int withFormat, const BvSett
 {
     if (withFormat == ActivityExport::XMLFormat)
         return writeXMLRows(rows, settings.getXMLFormat(), device);
-    return writeCSVRows(
-        rows, settings.getCSVFormat(), ActivityExport::separatorFromSetting(settings.csvFieldSeparator()), device);
+    return writeCSVRows(rows, settings.getCSVFormat(),
+        ActivityExport::separatorFromSetting(settings.csvFieldSeparator()), settings.csvHeaderRow(), device);
 }
 
 template<typename Rows>
@@ -255,6 +261,11 @@ QString ActivityExport::exportRecords(const std::vector<ActivityRecord> &activit
     return exportToDevice(activities, toDevice, withFormat, settings);
 }
 
+bool ActivityExport::isXmlAttributeName(const QString &name)
+{
+    return isXmlName(name);
+}
+
 bool ActivityExport::showsTasks(const QList<CSVTokenField> &format)
 {
     return std::any_of(format.cbegin(), format.cend(), [](const CSVTokenField &field) {
@@ -271,9 +282,24 @@ QString ActivityExport::failureMessage(int withFormat, const QString &reason)
 }
 
 bool ActivityExport::writeCSV(const QList<ActivityPtr> &activities, const QList<CSVTokenField> &csvFormat,
-    const QString &separator, QIODevice &device)
+    const QString &separator, QIODevice &device, bool headerRow)
 {
-    return writeCSVRows(activities, csvFormat, separator, device);
+    return writeCSVRows(activities, csvFormat, separator, headerRow, device);
+}
+
+QString ActivityExport::csvHeaderRow(const QList<CSVTokenField> &csvFormat, const QString &separator)
+{
+    QString row;
+    for (qsizetype i = 0; i < csvFormat.size(); ++i) {
+        if (i > 0)
+            row += separator;
+        // Quoted like every field, so that a title holding the separator (a date example written
+        // "23.10.10" under a "." separator) still reads as one column.
+        QString title = csvFormat.at(i).tokenValue().descriptionShort();
+        title.replace(u'"', QLatin1String("\"\""));
+        row += u'"' + title + u'"';
+    }
+    return row;
 }
 
 bool ActivityExport::writeXML(

@@ -17,8 +17,9 @@ class QIODevice;
 // Writes activities as CSV or XML in the user's layouts.
 //
 // CSV: one row per activity in the order given, every field quoted (see ActivityCSVFormatter), rows
-// separated by "\r\n" with no line end after the last one, no header, UTF-8. The separator is the
-// "csvFieldSeparator" setting, "{TAB}" standing for a tab.
+// separated by "\r\n" with no line end after the last one, UTF-8. The separator is the
+// "csvFieldSeparator" setting, "{TAB}" standing for a tab. With the "csvHeaderRow" setting on, a row of
+// the columns' short titles comes first (the file then holds that row alone when nothing is exported).
 //
 // XML: a root "activities" holding one "activity" per activity, whose text is the activity's text and
 // whose attributes are the XML layout: "uid", "invoiced" ("1"/"0"), "from" and "to" (local time,
@@ -52,12 +53,17 @@ public:
         const std::optional<BvSettingsView> &settings = std::nullopt);
     static QString exportRecords(const std::vector<ActivityRecord> &activities, QIODevice &toDevice, int withFormat,
         const std::optional<BvSettingsView> &settings = std::nullopt);
+    // Whether the export writes an attribute of this name: one a namespace-aware parser accepts, without
+    // ":" and other than "xmlns".
+    static bool isXmlAttributeName(const QString &name);
     // Whether a layout has a task names column.
     static bool showsTasks(const QList<CSVTokenField> &format);
 
     // The two writers on their own, with explicit layouts; false when the device refused data.
     static bool writeCSV(const QList<ActivityPtr> &activities, const QList<CSVTokenField> &csvFormat,
-        const QString &separator, QIODevice &device);
+        const QString &separator, QIODevice &device, bool headerRow = false);
+    // The row of column titles: each column's short title, quoted like a field, joined by the separator.
+    static QString csvHeaderRow(const QList<CSVTokenField> &csvFormat, const QString &separator);
     static bool writeXML(
         const QList<ActivityPtr> &activities, const QList<CSVTokenField> &xmlFormat, QIODevice &device);
 

@@ -38,6 +38,7 @@ const auto DontHideMainWindowOnStartTracking = QStringLiteral("dontHideMainWindo
 const auto EndCurrentActivityOnTrack = QStringLiteral("endCurrentActivityOnTrack");
 const auto ReportWindowSidebar = QStringLiteral("reportWindowSidebar");
 const auto CsvFieldSeparator = QStringLiteral("csvFieldSeparator");
+const auto CsvHeaderRow = QStringLiteral("csvHeaderRow");
 const auto CsvRowFormat = QStringLiteral("csv_row_format");
 const auto XmlProperties = QStringLiteral("xml_properties");
 const auto DefaultActivityExportFormat = QStringLiteral("default_activity_export_format");
@@ -398,6 +399,60 @@ void BvSettings::setStartAtLogin(bool startAtLogin)
     m_defaults->synchronize();
 }
 
+void BvSettings::setRecentItemsCount(int count)
+{
+    const int value = std::clamp(count, 0, 50);
+    if (value == m_recentItemsCount)
+        return;
+    m_recentItemsCount = value;
+    m_defaults->setInteger(value, Key::RecentItemsCount);
+    m_defaults->synchronize();
+    Q_EMIT recentItemsChanged();
+}
+
+void BvSettings::setRecentItemsOrderedByDate(bool orderedByDate)
+{
+    if (orderedByDate == m_recentItemsOrderedByDate)
+        return;
+    m_recentItemsOrderedByDate = orderedByDate;
+    writeString(orderedByDate ? QStringLiteral("date") : QStringLiteral("text"), Key::RecentItemsOrderedBy);
+    Q_EMIT recentItemsChanged();
+}
+
+void BvSettings::setRecentItemsExcludeInvoiced(bool excludeInvoiced)
+{
+    if (excludeInvoiced == m_recentItemsExcludeInvoiced)
+        return;
+    m_recentItemsExcludeInvoiced = excludeInvoiced;
+    m_defaults->setBool(excludeInvoiced, Key::RecentItemsExcludeInvoiced);
+    m_defaults->synchronize();
+    Q_EMIT recentItemsChanged();
+}
+
+void BvSettings::setHideMainWindowOnStartTracking(bool hide)
+{
+    m_hideMainWindowOnStartTracking = hide;
+    m_defaults->setBool(hide, Key::HideMainWindowOnStartTracking);
+    m_defaults->synchronize();
+}
+
+void BvSettings::setDontHideMainWindowOnStartTracking(bool dontHide)
+{
+    m_dontHideMainWindowOnStartTracking = dontHide;
+    m_defaults->setBool(dontHide, Key::DontHideMainWindowOnStartTracking);
+    m_defaults->synchronize();
+}
+
+void BvSettings::setEndCurrentActivityOnTrack(bool endCurrentActivityOnTrack)
+{
+    const bool changed = endCurrentActivityOnTrack != m_endCurrentActivityOnTrack;
+    m_endCurrentActivityOnTrack = endCurrentActivityOnTrack;
+    m_defaults->setBool(endCurrentActivityOnTrack, Key::EndCurrentActivityOnTrack);
+    m_defaults->synchronize();
+    if (changed)
+        Q_EMIT endCurrentActivityOnTrackChanged();
+}
+
 void BvSettings::setGlobalHotKey(std::optional<BvHotKey> globalHotKey)
 {
     if (globalHotKey) {
@@ -457,6 +512,16 @@ QString BvSettings::csvFieldSeparator() const
 void BvSettings::setCsvFieldSeparator(const QString &csvFieldSeparator)
 {
     writeString(csvFieldSeparator, Key::CsvFieldSeparator);
+}
+
+bool BvSettings::csvHeaderRow() const
+{
+    return view().csvHeaderRow();
+}
+
+void BvSettings::setCsvHeaderRow(bool csvHeaderRow)
+{
+    writeString(csvHeaderRow ? QStringLiteral("1") : QStringLiteral("0"), Key::CsvHeaderRow);
 }
 
 QList<CSVTokenField> BvSettings::getCSVFormat() const

@@ -63,10 +63,15 @@ public:
     // Tells upgrade() whether Dropbox is connected; not owned. Without one, Dropbox counts as not connected.
     void setUpgradeHelper(BVSettingsUpgradeHelper *helper) { m_upgradeHelper = helper; }
 
-    // Recent-activities list (cached, read-only): length 0..50, order by date (else by text), invoiced left out.
+    // Recent-activities list (cached): length 0..50, order by date (else by text), invoiced left out.
     int recentItemsCount() const { return m_recentItemsCount; }
     bool recentItemsOrderedByDate() const { return m_recentItemsOrderedByDate; }
     bool recentItemsExcludeInvoiced() const { return m_recentItemsExcludeInvoiced; }
+    // The preferences' setters: the count is clamped to 0..50; the order is stored as "date" or "text".
+    // A change emits recentItemsChanged.
+    void setRecentItemsCount(int count);
+    void setRecentItemsOrderedByDate(bool orderedByDate);
+    void setRecentItemsExcludeInvoiced(bool excludeInvoiced);
 
     // 1 window only, 2 window and tray icon, 3 tray icon only (cached). Other values set 1.
     int appAppearance() const { return m_appAppearance; }
@@ -102,10 +107,13 @@ public:
     ComputerEventSettings *computerEventSettings(int computerEvent) const;
 
     // Main window behaviour when tracking starts, and whether tracking a new line ends the running
-    // activity (cached, read-only).
+    // activity (cached; the setters write through for the preferences).
     bool hideMainWindowOnStartTracking() const { return m_hideMainWindowOnStartTracking; }
+    void setHideMainWindowOnStartTracking(bool hide);
     bool dontHideMainWindowOnStartTracking() const { return m_dontHideMainWindowOnStartTracking; }
+    void setDontHideMainWindowOnStartTracking(bool dontHide);
     bool endCurrentActivityOnTrack() const { return m_endCurrentActivityOnTrack; }
+    void setEndCurrentActivityOnTrack(bool endCurrentActivityOnTrack);
 
     // Report window sidebar (cached): collapsed, and its width in device-independent pixels.
     bool reportWindowSidebarCollapsed() const { return m_reportWindowSidebarCollapsed; }
@@ -115,6 +123,9 @@ public:
     // CSV field separator (live), ";" when none is stored; "{TAB}" stands for a tab.
     QString csvFieldSeparator() const;
     void setCsvFieldSeparator(const QString &csvFieldSeparator);
+    // Whether a CSV export starts with a row of column titles (live, key "csvHeaderRow"); off by default.
+    bool csvHeaderRow() const;
+    void setCsvHeaderRow(bool csvHeaderRow);
     // The CSV export columns (live), each with its value's short title switched on. The default layout
     // when "csv_row_format" is missing; an empty one when it holds something that is not a layout.
     QList<CSVTokenField> getCSVFormat() const;
@@ -248,6 +259,8 @@ Q_SIGNALS:
     void syncMethodChanged();
     void syncFolderPathChanged();
     void dropboxSyncIntervalChanged();
+    void recentItemsChanged();
+    void endCurrentActivityOnTrackChanged();
 
 private:
     void normalizeSettings();

@@ -8,6 +8,7 @@ namespace {
 
 namespace Key {
 const auto CsvFieldSeparator = QStringLiteral("csvFieldSeparator");
+const auto CsvHeaderRow = QStringLiteral("csvHeaderRow");
 const auto CsvRowFormat = QStringLiteral("csv_row_format");
 const auto XmlProperties = QStringLiteral("xml_properties");
 const auto SyncMethod = QStringLiteral("syncMethod");
@@ -35,6 +36,11 @@ QString BvSettingsView::csvFieldSeparator() const
 {
     const QString separator = m_defaults->stringForKey(Key::CsvFieldSeparator);
     return separator.isEmpty() ? QStringLiteral(";") : separator;
+}
+
+bool BvSettingsView::csvHeaderRow() const
+{
+    return m_defaults->boolForKey(Key::CsvHeaderRow);
 }
 
 QList<CSVTokenField> BvSettingsView::getCSVFormat() const

@@ -23,6 +23,8 @@ public:
 
     // CSV field separator, ";" when none is stored; "{TAB}" stands for a tab.
     QString csvFieldSeparator() const;
+    // Whether a CSV export starts with a row of column titles; false when none is stored.
+    bool csvHeaderRow() const;
     // The CSV export columns, each with its value's short title switched on. The default layout when
     // "csv_row_format" is missing; an empty one when it holds something that is not a layout.
     QList<CSVTokenField> getCSVFormat() const;

@@ -151,6 +151,7 @@ void Brimvale_AppDelegate::wireWindow()
     connect(menuBar, &MainMenuBar::quitRequested, this, &Brimvale_AppDelegate::quitRequested);
     connect(menuBar, &MainMenuBar::reportRequested, this, &Brimvale_AppDelegate::reportRequested);
     connect(menuBar, &MainMenuBar::importRequested, this, &Brimvale_AppDelegate::importRequested);
+    connect(menuBar, &MainMenuBar::preferencesRequested, this, &Brimvale_AppDelegate::preferencesRequested);
     connect(menuBar->recentActivitiesMenu(), &RecentActivitiesMenu::activityChosen, &m_tracking,
         &TrackingController::setPreviousActivityAndStart);
 
@@ -169,6 +170,8 @@ void Brimvale_AppDelegate::observeSettings()
         rescheduleSync();
     });
     connect(&m_settings, &BvSettings::dropboxSyncIntervalChanged, this, &Brimvale_AppDelegate::rescheduleSync);
+    // Whether Start ends the running activity decides whether Start is offered while tracking.
+    connect(&m_settings, &BvSettings::endCurrentActivityOnTrackChanged, this, &Brimvale_AppDelegate::onTrackingChanged);
     // A new interval matters only to the timer that runs in the current state: the nag while idle, the
     // reminder while tracking.
     connect(m_settings.notTrackingNotification(), &NotificationSettings::intervalChanged, this, [this] {
@@ -229,6 +232,8 @@ void Brimvale_AppDelegate::setStatusBar()
             &Brimvale_AppDelegate::showAndBringMainWindowToFront);
         connect(m_statusBarMenu.get(), &StatusBarMenu::stopTrackRequested, this, &Brimvale_AppDelegate::stopTrack);
         connect(m_statusBarMenu.get(), &StatusBarMenu::quitRequested, this, &Brimvale_AppDelegate::quitRequested);
+        connect(m_statusBarMenu.get(), &StatusBarMenu::preferencesRequested, this,
+            &Brimvale_AppDelegate::preferencesRequested);
         connect(m_statusBarMenu.get(), &StatusBarMenu::syncRequested, this, &Brimvale_AppDelegate::onSyncAction);
         connect(m_statusBarMenu.get(), &StatusBarMenu::reportRequested, this, &Brimvale_AppDelegate::reportRequested);
         connect(m_statusBarMenu.get(), &StatusBarMenu::importRequested, this, &Brimvale_AppDelegate::importRequested);
@@ -324,7 +329,20 @@ void Brimvale_AppDelegate::registerGlobalHotKey()
     if (!registered)
         qCWarning(lcApp).noquote() << "Could not register the global hot key:" << registered.error();
     static_cast<void>(connect(&m_globalHotKey, &GlobalHotKey::activated, this,
-        &Brimvale_AppDelegate::showAndBringMainWindowToFront, Qt::UniqueConnection));
+        &Brimvale_AppDelegate::toggleMainWindowFromHotKey, Qt::UniqueConnection));
+}
+
+void Brimvale_AppDelegate::toggleMainWindowFromHotKey()
+{
+    if (!m_window->isVisible() || m_window->isMinimized() || !m_window->isActiveWindow()) {
+        showAndBringMainWindowToFront();
+        return;
+    }
+    // As after a keyboard start: without a tray icon the taskbar entry is the way back.
+    if (m_statusBarItem)
+        m_window->hide();
+    else
+        m_window->showMinimized();
 }
 
 bool Brimvale_AppDelegate::handleGetURLEvent(const QString &url)

@@ -68,6 +68,8 @@ public:
     // showMainWindow, also bringing the window up over other applications' windows.
     void showAndBringMainWindowToFront();
     void registerGlobalHotKey();
+    // The global shortcut: puts the main window away when it is the active window, else brings it up.
+    void toggleMainWindowFromHotKey();
     // brimvaleapp://dropbox#... from the browser: connects the account it names. False when the URL is not
     // a Dropbox redirect with a bearer token (it is then ignored).
     bool handleGetURLEvent(const QString &url);
@@ -115,6 +117,8 @@ Q_SIGNALS:
     // The menus or the tray asked for the report window, or for an import window.
     void reportRequested();
     void importRequested();
+    // The menu bar's or the tray's Preferences command.
+    void preferencesRequested();
 
 private:
     void wireWindow();

@@ -20,7 +20,7 @@ MainMenuBar::MainMenuBar(TrackingController &tracking, QWidget *parent)
 {
     setObjectName(QStringLiteral("mainMenuBar"));
 
-    // Later windows (preferences) add their commands to this menu.
+    // The report, the import and the preferences windows, then Quit.
     QMenu *appMenu = addMenu(tr("&Brimvale"));
     appMenu->setObjectName(QStringLiteral("applicationMenu"));
     QAction *report = tagged(appMenu->addAction(tr("&Report...")), MenuTags::ShowReport, "showReportAction");
@@ -30,6 +30,13 @@ MainMenuBar::MainMenuBar(TrackingController &tracking, QWidget *parent)
     QAction *import = tagged(
         appMenu->addAction(tr("Import activities...")), MenuTags::ImportActivities, "importActivitiesAction");
     connect(import, &QAction::triggered, this, &MainMenuBar::importRequested);
+    QAction *preferences = appMenu->addAction(tr("&Preferences…"));
+    preferences->setObjectName(QStringLiteral("preferencesAction"));
+    // Ctrl+, as in GNOME and KDE apps, from any of the app's windows.
+    preferences->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
+    preferences->setShortcutContext(Qt::ApplicationShortcut);
+    preferences->setMenuRole(QAction::PreferencesRole);
+    connect(preferences, &QAction::triggered, this, &MainMenuBar::preferencesRequested);
     appMenu->addSeparator();
     QAction *quit = appMenu->addAction(tr("&Quit"));
     quit->setObjectName(QStringLiteral("quitAction"));

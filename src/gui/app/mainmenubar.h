@@ -40,6 +40,7 @@ Q_SIGNALS:
     void quitRequested();
     void reportRequested();
     void importRequested();
+    void preferencesRequested();
 
 private:
     QMenu *m_activityMenu = nullptr;

@@ -45,6 +45,9 @@ StatusBarMenu::StatusBarMenu(TrackingController &tracking, QWidget *parent)
     setSyncMenuTitle(QString());
 
     addSeparator();
+    QAction *preferences = addAction(tr("Preferences…"));
+    preferences->setObjectName(QStringLiteral("statusPreferencesAction"));
+    connect(preferences, &QAction::triggered, this, &StatusBarMenu::preferencesRequested);
     QAction *quit = addAction(tr("Quit"));
     quit->setObjectName(QStringLiteral("statusQuitAction"));
     connect(quit, &QAction::triggered, this, &StatusBarMenu::quitRequested);

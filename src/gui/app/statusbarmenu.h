@@ -26,6 +26,7 @@ Q_SIGNALS:
     void openRequested();
     void stopTrackRequested();
     void quitRequested();
+    void preferencesRequested();
     void syncRequested();
     void reportRequested();
     void importRequested();

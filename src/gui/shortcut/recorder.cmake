@@ -1,0 +1,2 @@
+target_sources(brimvale-gui PRIVATE
+    bvshortcutrecorder.cpp bvshortcutrecorder.h)
