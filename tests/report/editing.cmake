@@ -1,0 +1,2 @@
+# The editing and merging sheets: their units of work and the undo history, then the sheets offscreen.
+bv_add_test(NAME testactivityediting SOURCES testactivityediting.cpp LIBS brimvale-core LABELS core TZ Europe/Berlin)
