@@ -76,10 +76,12 @@ ActivityMerge::Result ActivityMerge::save()
         if (std::expected<bool, BvError> stillThere = m_context->refreshObject(other, false); stillThere && *stillThere)
             DeletedActivity::deleteActivity(other, *m_context);
     }
+    m_saveError.reset();
     std::expected<void, BvError> saved = m_context->save();
     if (!saved) {
         if (std::optional<QString> message = ActivityEditor::validationMessage(saved.error()))
             return std::unexpected(*message);
+        m_saveError = saved.error();
         return std::nullopt;
     }
     entries.first().after = ActivitySnapshot::of(*m_activity);

@@ -54,6 +54,9 @@ public:
     // "Please specify invoiced status" while the state is mixed; a refusal of the survivor as in the edit
     // sheet. Otherwise marks the survivor, deletes the others with deletion records, saves, and gives the step.
     Result save();
+    // Why the last save failed when it was not a refusal (the store could not be written, an activity was
+    // deleted elsewhere meanwhile); the sheet closes regardless, the command line reports it.
+    std::optional<BvError> saveError() const { return m_saveError; }
     void cancel();
 
     // The text with white space trimmed at both ends, lower-cased, and every run of white space made one
@@ -66,6 +69,7 @@ private:
     QList<ActivitySnapshot> m_before;
     ActivityPtr m_activity;
     std::optional<QString> m_loadError;
+    std::optional<BvError> m_saveError;
     int m_invoicedState = NotInvoiced;
     bool m_offersMixedState = false;
 };
