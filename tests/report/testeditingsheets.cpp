@@ -3,17 +3,22 @@
 #include <QtTest>
 
 #include <QAction>
+#include <QCalendarWidget>
 #include <QCheckBox>
 #include <QDateTimeEdit>
 #include <QLabel>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QSlider>
+#include <QTableView>
 #include <QToolButton>
 
 #include "app/trackingcontroller.h"
 #include "fakes/fakeclock.h"
 #include "gui/app/activitytextview.h"
+#include "gui/report/bvdatepicker.h"
+#include "gui/report/bvdatepickerpanelviewcontroller.h"
 #include "gui/report/editactivitywindowcontroller.h"
 #include "gui/report/mergeactivitieswindowcontroller.h"
 #include "model/activitymanager.h"
@@ -205,6 +210,8 @@ void TestEditingSheets::newActivityOffersNoDelete()
     EditActivityWindowController sheet(*m_store, *m_tracking, std::nullopt, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
+    sheet.activateWindow();
+    QTRY_VERIFY(sheet.isActiveWindow());
     QVERIFY(sheet.isNewActivity());
     QVERIFY(!sheet.findChild<QPushButton *>(u"deleteButton"_s)->isVisible());
     auto *start = sheet.findChild<QDateTimeEdit *>(u"startPicker"_s);
@@ -212,8 +219,31 @@ void TestEditingSheets::newActivityOffersNoDelete()
     QCOMPARE(start->dateTime(), m_clock.now().toLocalTime());
     QCOMPARE(end->dateTime(), m_clock.now().toLocalTime());
 
-    start->setDateTime(m_clock.now().addSecs(-7200).toLocalTime());
-    end->setDateTime(m_clock.now().addSecs(-3600).toLocalTime());
+    // The start picked in the calendar: the time on the sliders, then the day (the 11th, 09:05 local).
+    auto *picker = qobject_cast<BvDatePicker *>(start);
+    QVERIFY(picker);
+    QTest::mouseClick(picker->calendarButton(), Qt::LeftButton);
+    BvDatePickerPanelViewController *panel = picker->calendarPanel();
+    QVERIFY(panel);
+    QVERIFY(QTest::qWaitForWindowExposed(panel));
+    panel->findChild<QSlider *>(u"hourSlider"_s)->setValue(9);
+    panel->findChild<QSlider *>(u"minuteSlider"_s)->setValue(5);
+    auto *days = panel->datePicker()->findChild<QTableView *>(u"qt_calendar_calendarview"_s);
+    QModelIndex eleventh;
+    for (int row = 0; row < days->model()->rowCount() && !eleventh.isValid(); ++row) {
+        for (int column = 0; column < days->model()->columnCount(); ++column) {
+            const QModelIndex index = days->model()->index(row, column);
+            if (index.data().toString() == u"11"_s) {
+                eleventh = index;
+                break;
+            }
+        }
+    }
+    QTest::mouseClick(days->viewport(), Qt::LeftButton, {}, days->visualRect(eleventh).center());
+    QTRY_VERIFY(!picker->calendarPanel());
+    const QDateTime picked(QDate(2024, 3, 11), QTime(9, 5), Qt::LocalTime);
+    QCOMPARE(start->dateTime(), picked);
+    end->setDateTime(picked.addSecs(3600));
     typeText(sheet.findChild<ActivityTextView *>(u"textView"_s), u"@Acme earlier"_s);
     QTest::mouseClick(sheet.findChild<QPushButton *>(u"saveButton"_s), Qt::LeftButton);
     QCOMPARE(finished.count(), 1);
@@ -221,6 +251,7 @@ void TestEditingSheets::newActivityOffersNoDelete()
     const ActivityPtr activity = stored(sheet.savedChange()->entries().constFirst().uid);
     QVERIFY(activity);
     QCOMPARE(activity->text(), u"@Acme earlier"_s);
+    QCOMPARE(activity->timeFrom(), picked.toUTC());
     QCOMPARE(activity->durationSecs(), 3600);
 }
 

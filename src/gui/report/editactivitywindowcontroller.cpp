@@ -1,6 +1,5 @@
 #include "gui/report/editactivitywindowcontroller.h"
 
-#include <QDateTimeEdit>
 #include <QDialogButtonBox>
 #include <QFormLayout>
 #include <QHBoxLayout>
@@ -13,23 +12,26 @@
 #include <QVBoxLayout>
 
 #include "app/trackingcontroller.h"
+#include "base/clock.h"
 #include "gui/app/activitytextview.h"
 #include "gui/app/recentactivitiesmenu.h"
+#include "gui/report/bvdatepicker.h"
 #include "gui/report/bvsheetkeys.h"
 #include "model/activitymanager.h"
+#include "model/store.h"
 #include "report/activityeditor.h"
 
 namespace {
 
-QDateTimeEdit *makePicker(QWidget *parent, const QString &objectName)
+BvDatePicker *makePicker(QWidget *parent, const QString &objectName, const Clock &clock)
 {
-    auto *picker = new QDateTimeEdit(parent);
+    auto *picker = new BvDatePicker(parent);
     picker->setObjectName(objectName);
-    picker->setTimeSpec(Qt::LocalTime);
-    picker->setCalendarPopup(true);
+    picker->setClock(clock);
     const QLocale locale = QLocale::system();
     // The locale's own order and clock, with seconds (an activity keeps them) but without the zone name, and
-    // four-digit years, since a two-digit year cannot be typed back unambiguously.
+    // four-digit years, since a two-digit year cannot be typed back unambiguously. Hours and minutes in the
+    // format give the calendar its time sliders.
     QString timeFormat = locale.timeFormat(QLocale::LongFormat);
     timeFormat.remove(QRegularExpression(QStringLiteral("\\s*\\bt+\\b")));
     QString dateFormat = locale.dateFormat(QLocale::ShortFormat);
@@ -49,8 +51,8 @@ EditActivityWindowController::EditActivityWindowController(
     setWindowModality(Qt::WindowModal);
     setWindowTitle(m_editor->isNewActivity() ? tr("New activity") : tr("Edit activity"));
 
-    m_startPicker = makePicker(this, QStringLiteral("startPicker"));
-    m_endPicker = makePicker(this, QStringLiteral("endPicker"));
+    m_startPicker = makePicker(this, QStringLiteral("startPicker"), *store.clock());
+    m_endPicker = makePicker(this, QStringLiteral("endPicker"), *store.clock());
     const ActivityPtr &activity = m_editor->activity();
     m_startPicker->setDateTime(activity->timeFrom().toLocalTime());
     m_endPicker->setDateTime(activity->timeTo().toLocalTime());

@@ -10,7 +10,7 @@
 
 class ActivityEditor;
 class ActivityTextView;
-class QDateTimeEdit;
+class BvDatePicker;
 class QLabel;
 class QPushButton;
 class QToolButton;
@@ -60,8 +60,8 @@ private:
 
     std::unique_ptr<ActivityEditor> m_editor;
     std::optional<ActivityChange> m_savedChange;
-    QDateTimeEdit *m_startPicker = nullptr;
-    QDateTimeEdit *m_endPicker = nullptr;
+    BvDatePicker *m_startPicker = nullptr;
+    BvDatePicker *m_endPicker = nullptr;
     // What the pickers showed when opened: a time the user did not touch keeps its milliseconds.
     QDateTime m_shownStart;
     QDateTime m_shownEnd;
