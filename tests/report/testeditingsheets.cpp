@@ -14,7 +14,6 @@
 #include <QTableView>
 #include <QToolButton>
 
-#include "app/trackingcontroller.h"
 #include "fakes/fakeclock.h"
 #include "gui/app/activitytextview.h"
 #include "gui/report/bvdatepicker.h"
@@ -25,8 +24,6 @@
 #include "model/deletedactivity.h"
 #include "model/store.h"
 #include "model/storecontext.h"
-#include "settings/bvsettings.h"
-#include "settings/userdefaults.h"
 #include "support/isolatedhome.h"
 
 using namespace Qt::StringLiterals;
@@ -62,10 +59,7 @@ private:
     std::unique_ptr<IsolatedHome> m_home;
     FakeClock m_clock;
     std::unique_ptr<Store> m_store;
-    std::unique_ptr<UserDefaults> m_defaults;
-    std::unique_ptr<BvSettings> m_settings;
     std::unique_ptr<ActivityManager> m_manager;
-    std::unique_ptr<TrackingController> m_tracking;
     std::unique_ptr<QWidget> m_report;
 };
 
@@ -77,10 +71,7 @@ void TestEditingSheets::init()
     options.applicationFilesDirectory = m_home->applicationFilesDirectory();
     options.clock = &m_clock;
     m_store = std::move(*Store::open(options));
-    m_defaults = std::make_unique<UserDefaults>(m_home->configHome() + u"/Brimvale/Brimvale.conf"_s);
-    m_settings = std::make_unique<BvSettings>(m_defaults.get());
     m_manager = std::make_unique<ActivityManager>(*m_store);
-    m_tracking = std::make_unique<TrackingController>(*m_manager, *m_settings, m_clock);
     m_report = std::make_unique<QWidget>();
     m_report->resize(800, 600);
     m_report->show();
@@ -90,10 +81,7 @@ void TestEditingSheets::init()
 void TestEditingSheets::cleanup()
 {
     m_report.reset();
-    m_tracking.reset();
     m_manager.reset();
-    m_settings.reset();
-    m_defaults.reset();
     m_store.reset();
     m_home.reset();
 }
@@ -129,7 +117,7 @@ void TestEditingSheets::editSavesWhatTheUserTypedAndPicked()
 {
     const QDateTime from(QDate(2024, 3, 12), QTime(9, 0, 17, 250), Qt::UTC);
     const QString uid = add(u"@Acme spec"_s, from, 600);
-    EditActivityWindowController sheet(*m_store, *m_tracking, uid, m_report.get());
+    EditActivityWindowController sheet(*m_store, *m_manager, uid, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
     QVERIFY(QTest::qWaitForWindowExposed(&sheet));
@@ -166,7 +154,7 @@ void TestEditingSheets::zeroLengthIsShownAndTheSheetStaysOpen()
 {
     const QDateTime from(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC);
     const QString uid = add(u"spec"_s, from, 600);
-    EditActivityWindowController sheet(*m_store, *m_tracking, uid, m_report.get());
+    EditActivityWindowController sheet(*m_store, *m_manager, uid, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
     auto *end = sheet.findChild<QDateTimeEdit *>(u"endPicker"_s);
@@ -191,7 +179,7 @@ void TestEditingSheets::cancelLeavesTheStoreAsItWas()
 {
     const QDateTime from(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC);
     const QString uid = add(u"spec"_s, from, 600);
-    EditActivityWindowController sheet(*m_store, *m_tracking, uid, m_report.get());
+    EditActivityWindowController sheet(*m_store, *m_manager, uid, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
     typeText(sheet.findChild<ActivityTextView *>(u"textView"_s), u"@Other"_s);
@@ -207,7 +195,7 @@ void TestEditingSheets::cancelLeavesTheStoreAsItWas()
 
 void TestEditingSheets::newActivityOffersNoDelete()
 {
-    EditActivityWindowController sheet(*m_store, *m_tracking, std::nullopt, m_report.get());
+    EditActivityWindowController sheet(*m_store, *m_manager, std::nullopt, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
     sheet.activateWindow();
@@ -258,7 +246,7 @@ void TestEditingSheets::newActivityOffersNoDelete()
 void TestEditingSheets::deleteAsksFirst()
 {
     const QString uid = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
-    EditActivityWindowController sheet(*m_store, *m_tracking, uid, m_report.get());
+    EditActivityWindowController sheet(*m_store, *m_manager, uid, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
     auto *deleteButton = sheet.findChild<QPushButton *>(u"deleteButton"_s);
@@ -305,7 +293,7 @@ void TestEditingSheets::previousActivitiesMenu()
     QFETCH(QString, title);
     if (!recent.isEmpty())
         add(recent, QDateTime(QDate(2024, 3, 12), QTime(8, 0), Qt::UTC), 600);
-    EditActivityWindowController sheet(*m_store, *m_tracking, std::nullopt, m_report.get());
+    EditActivityWindowController sheet(*m_store, *m_manager, std::nullopt, m_report.get());
     sheet.open();
     QTest::mouseClick(sheet.findChild<QToolButton *>(u"earlierActivitiesButton"_s), Qt::LeftButton);
     auto *menu = sheet.findChild<QMenu *>(u"previousActivitiesMenu"_s);
@@ -353,7 +341,7 @@ void TestEditingSheets::commandReturnSavesWithoutStartingTracking()
     QSignalSpy started(&start, &QAction::triggered);
 
     const QString uid = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
-    EditActivityWindowController sheet(*m_store, *m_tracking, uid, m_report.get());
+    EditActivityWindowController sheet(*m_store, *m_manager, uid, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
     QVERIFY(QTest::qWaitForWindowActive(&sheet));
@@ -383,7 +371,7 @@ void TestEditingSheets::mergeShowsTheTotalInTheReportsFormat()
     QFETCH(QString, label);
     const QString older = add(u"Fix bug"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
     const QString newer = add(u" fix   BUG "_s, QDateTime(QDate(2024, 3, 12), QTime(11, 0), Qt::UTC), 1200);
-    MergeActivitiesWindowController sheet(*m_store, *m_tracking, { older, newer }, format, m_report.get());
+    MergeActivitiesWindowController sheet(*m_store, *m_manager, { older, newer }, format, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
     QCOMPARE(sheet.findChild<QLabel *>(u"durationLabel"_s)->text(), label);
@@ -406,7 +394,7 @@ void TestEditingSheets::mergeWantsTheInvoicedStateDecided()
 {
     const QString older = add(u"a"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600, true);
     const QString newer = add(u"b"_s, QDateTime(QDate(2024, 3, 12), QTime(11, 0), Qt::UTC), 600, false);
-    MergeActivitiesWindowController sheet(*m_store, *m_tracking, { older, newer }, 0, m_report.get());
+    MergeActivitiesWindowController sheet(*m_store, *m_manager, { older, newer }, 0, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
     auto *invoiced = sheet.findChild<QCheckBox *>(u"isInvoicedCb"_s);
@@ -431,7 +419,7 @@ void TestEditingSheets::mergeWantsTheInvoicedStateDecided()
 void TestEditingSheets::mergeOfVanishedActivitiesFailsToLoad()
 {
     MergeActivitiesWindowController sheet(
-        *m_store, *m_tracking, { u"00000000-0000-0000-0000-000000000000"_s }, 0, m_report.get());
+        *m_store, *m_manager, { u"00000000-0000-0000-0000-000000000000"_s }, 0, m_report.get());
     sheet.open();
     QCOMPARE(sheet.findChild<QLabel *>(u"errorLabel"_s)->text(), u"Failed to load data ..."_s);
     QVERIFY(!sheet.findChild<QPushButton *>(u"saveButton"_s)->isEnabled());

@@ -5,6 +5,7 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLocale>
+#include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
 #include <QRegularExpression>
@@ -14,7 +15,6 @@
 #include "app/trackingcontroller.h"
 #include "base/clock.h"
 #include "gui/app/activitytextview.h"
-#include "gui/app/recentactivitiesmenu.h"
 #include "gui/report/bvdatepicker.h"
 #include "gui/report/bvsheetkeys.h"
 #include "model/activitymanager.h"
@@ -43,9 +43,10 @@ BvDatePicker *makePicker(QWidget *parent, const QString &objectName, const Clock
 } // namespace
 
 EditActivityWindowController::EditActivityWindowController(
-    Store &store, TrackingController &tracking, const std::optional<QString> &uid, QWidget *parent)
+    Store &store, ActivityManager &activityManager, const std::optional<QString> &uid, QWidget *parent)
     : QDialog(parent, Qt::Sheet)
     , m_editor(std::make_unique<ActivityEditor>(store, uid))
+    , m_activityManager(activityManager)
 {
     setObjectName(QStringLiteral("editActivityWindow"));
     setWindowModality(Qt::WindowModal);
@@ -59,7 +60,7 @@ EditActivityWindowController::EditActivityWindowController(
     m_shownStart = m_startPicker->dateTime();
     m_shownEnd = m_endPicker->dateTime();
 
-    m_textView = new ActivityTextView(tracking.activityManager(), this);
+    m_textView = new ActivityTextView(activityManager, this);
     m_textView->setObjectName(QStringLiteral("textView"));
     m_textView->setDefaultFont();
     m_textView->setText(activity->text());
@@ -70,12 +71,11 @@ EditActivityWindowController::EditActivityWindowController(
     m_earlierActivitiesButton->setArrowType(Qt::DownArrow);
     m_earlierActivitiesButton->setToolTip(tr("Previous activities"));
     m_earlierActivitiesButton->setFocusPolicy(Qt::NoFocus);
-    m_recentMenu = new RecentActivitiesMenu(tracking, false, tr("Previous activities"), this);
+    m_recentMenu = new QMenu(tr("Previous activities"), this);
     m_recentMenu->setObjectName(QStringLiteral("previousActivitiesMenu"));
+    connect(m_recentMenu, &QMenu::aboutToShow, this, &EditActivityWindowController::fillRecentActivitiesMenu);
     connect(
         m_earlierActivitiesButton, &QToolButton::clicked, this, &EditActivityWindowController::showRecentActivities);
-    connect(
-        m_recentMenu, &RecentActivitiesMenu::activityChosen, this, &EditActivityWindowController::setPreviousActivity);
 
     m_errorLabel = new QLabel(this);
     m_errorLabel->setObjectName(QStringLiteral("errorLabel"));
@@ -189,6 +189,27 @@ void EditActivityWindowController::showRecentActivities()
 {
     // A context menu placed at the button's origin.
     m_recentMenu->popup(m_earlierActivitiesButton->mapToGlobal(QPoint(0, 0)));
+}
+
+void EditActivityWindowController::fillRecentActivitiesMenu()
+{
+    m_recentMenu->clear();
+    const QList<RecentActivityItem> items = m_activityManager.recentActivities();
+    if (items.isEmpty()) {
+        QAction *none = m_recentMenu->addAction(tr("No previous activities!"));
+        none->setObjectName(QStringLiteral("noPreviousActivities"));
+        none->setEnabled(false);
+        return;
+    }
+    for (const RecentActivityItem &item : items) {
+        // A title may contain "&": it is the user's text, not a mnemonic.
+        QString title = TrackingController::recentMenuTitle(item.text());
+        title.replace(QLatin1Char('&'), QLatin1String("&&"));
+        QAction *action = m_recentMenu->addAction(title);
+        action->setData(item.text());
+        const QString text = item.text();
+        connect(action, &QAction::triggered, this, [this, text] { setPreviousActivity(text); });
+    }
 }
 
 void EditActivityWindowController::setPreviousActivity(const QString &text)

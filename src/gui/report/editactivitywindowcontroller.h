@@ -9,14 +9,14 @@
 #include "report/activitychange.h"
 
 class ActivityEditor;
+class ActivityManager;
 class ActivityTextView;
 class BvDatePicker;
 class QLabel;
+class QMenu;
 class QPushButton;
 class QToolButton;
-class RecentActivitiesMenu;
 class Store;
-class TrackingController;
 
 // The sheet that edits one finished activity from the report, or adds an earlier one: start and end
 // pickers, the activity field of the main window with its completion, the "Previous activities" menu, an
@@ -28,9 +28,9 @@ class EditActivityWindowController : public QDialog
     Q_OBJECT
 public:
     // initWithActivityUID: the activity with `uid`, or a new one (starting and ending now) without. Neither
-    // `store` nor `tracking` is owned; both outlive the sheet.
+    // `store` nor `activityManager` (completion and recent texts) is owned; both outlive the sheet.
     EditActivityWindowController(
-        Store &store, TrackingController &tracking, const std::optional<QString> &uid, QWidget *parent = nullptr);
+        Store &store, ActivityManager &activityManager, const std::optional<QString> &uid, QWidget *parent = nullptr);
     ~EditActivityWindowController() override;
 
     bool isNewActivity() const;
@@ -51,10 +51,12 @@ public:
     void setPreviousActivity(const QString &text);
     // Ctrl+Return: saves.
     void handleCMDEnter();
+    QMenu *recentActivitiesMenu() const { return m_recentMenu; }
 
     void reject() override;
 
 private:
+    void fillRecentActivitiesMenu();
     void onDeleteConfirmed();
     void showError(const QString &text);
 
@@ -67,7 +69,8 @@ private:
     QDateTime m_shownEnd;
     ActivityTextView *m_textView = nullptr;
     QToolButton *m_earlierActivitiesButton = nullptr;
-    RecentActivitiesMenu *m_recentMenu = nullptr;
+    ActivityManager &m_activityManager;
+    QMenu *m_recentMenu = nullptr;
     QLabel *m_errorLabel = nullptr;
     QPushButton *m_deleteButton = nullptr;
     QPushButton *m_saveButton = nullptr;

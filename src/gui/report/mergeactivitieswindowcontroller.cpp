@@ -6,7 +6,6 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
-#include "app/trackingcontroller.h"
 #include "export/bvdurationtransformer.h"
 #include "gui/app/activitytextview.h"
 #include "gui/report/bvsheetkeys.h"
@@ -14,7 +13,7 @@
 #include "report/activitymerge.h"
 
 MergeActivitiesWindowController::MergeActivitiesWindowController(
-    Store &store, TrackingController &tracking, const QStringList &uids, int durationFormat, QWidget *parent)
+    Store &store, ActivityManager &activityManager, const QStringList &uids, int durationFormat, QWidget *parent)
     : QDialog(parent, Qt::Sheet)
     , m_merge(std::make_unique<ActivityMerge>(store, uids))
 {
@@ -22,7 +21,7 @@ MergeActivitiesWindowController::MergeActivitiesWindowController(
     setWindowModality(Qt::WindowModal);
     setWindowTitle(tr("Merge activities"));
 
-    m_textView = new ActivityTextView(tracking.activityManager(), this);
+    m_textView = new ActivityTextView(activityManager, this);
     m_textView->setObjectName(QStringLiteral("textView"));
     m_textView->setDefaultFont();
     m_textView->setMinimumHeight(m_textView->fontMetrics().lineSpacing() * 6);

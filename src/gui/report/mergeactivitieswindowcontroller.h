@@ -8,13 +8,13 @@
 
 #include "report/activitychange.h"
 
+class ActivityManager;
 class ActivityMerge;
 class ActivityTextView;
 class QCheckBox;
 class QLabel;
 class QPushButton;
 class Store;
-class TrackingController;
 
 // The sheet that joins two or more activities chosen in the report into the one that started last: the
 // joined text (editable, with the main window's completion), "Total duration: " in the report's duration
@@ -26,8 +26,9 @@ class MergeActivitiesWindowController : public QDialog
     Q_OBJECT
 public:
     // initWithActivityIds: the activities with these uids. `durationFormat` is the report's
-    // (reportDurationFormat). Neither `store` nor `tracking` is owned; both outlive the sheet.
-    MergeActivitiesWindowController(Store &store, TrackingController &tracking, const QStringList &uids,
+    // (reportDurationFormat). Neither `store` nor `activityManager` (completion) is owned; both outlive the
+    // sheet.
+    MergeActivitiesWindowController(Store &store, ActivityManager &activityManager, const QStringList &uids,
         int durationFormat, QWidget *parent = nullptr);
     ~MergeActivitiesWindowController() override;
 
