@@ -4,3 +4,5 @@ target_sources(brimvale-gui PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/editactivitywindowcontroller.cpp ${CMAKE_CURRENT_LIST_DIR}/editactivitywindowcontroller.h
     ${CMAKE_CURRENT_LIST_DIR}/mergeactivitieswindowcontroller.cpp
     ${CMAKE_CURRENT_LIST_DIR}/mergeactivitieswindowcontroller.h)
+target_sources(brimvale-gui PRIVATE
+    ${CMAKE_CURRENT_LIST_DIR}/reporteditingcontroller.cpp ${CMAKE_CURRENT_LIST_DIR}/reporteditingcontroller.h)
