@@ -14,6 +14,7 @@
 #include "gui/app/statusbarmenu.h"
 #include "gui/attention/dockattention.h"
 #include "gui/attention/idlepromptpresenter.h"
+#include "gui/report/reportwindows.h"
 #include "model/activitymanager.h"
 #include "model/store.h"
 #include "platform/dropboxagentclient.h"
@@ -51,6 +52,7 @@ BrimvaleApplication::BrimvaleApplication(PlatformServices services, AppEnvironme
 // The parts refer to each other: the controller goes first, the store last.
 BrimvaleApplication::~BrimvaleApplication()
 {
+    m_reportWindows.reset();
     m_dockAttention.reset();
     m_idlePrompt.reset();
     m_delegate.reset();
@@ -146,6 +148,14 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
             menu->setEnabled(!open);
     });
 
+    m_reportWindows = std::make_unique<ReportWindows>(*m_store, *m_activityManager, *m_settings);
+    connect(m_delegate.get(), &Brimvale_AppDelegate::reportRequested, m_reportWindows.get(), &ReportWindows::showReport);
+    connect(m_delegate.get(), &Brimvale_AppDelegate::importRequested, m_reportWindows.get(), &ReportWindows::showImport);
+    connect(m_reportWindows.get(), &ReportWindows::reportActiveChanged, m_delegate.get(),
+        &Brimvale_AppDelegate::enableWindowMenuItemReport);
+    connect(m_reportWindows.get(), &ReportWindows::mainWindowRequested, m_delegate.get(),
+        &Brimvale_AppDelegate::showAndBringMainWindowToFront);
+
     m_delegate->applicationDidFinishLaunching(options.launchFromHelper);
     // Sleep, screen sleep, screensaver and lock reach the rules from here on.
     sessionEvents->start();
@@ -228,6 +238,18 @@ void BrimvaleApplication::showMainWindow()
 {
     if (m_delegate)
         m_delegate->showAndBringMainWindowToFront();
+}
+
+void BrimvaleApplication::showReport()
+{
+    if (m_reportWindows)
+        m_reportWindows->showReport();
+}
+
+ReportWindows &BrimvaleApplication::reportWindows()
+{
+    Q_ASSERT(m_reportWindows);
+    return *m_reportWindows;
 }
 
 void BrimvaleApplication::openUrl(const QString &url)

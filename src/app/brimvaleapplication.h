@@ -18,6 +18,7 @@ class Brimvale_AppDelegate;
 class BvUserNotificationService;
 class DockAttention;
 class IdlePromptPresenter;
+class ReportWindows;
 class UserNotificationCentre;
 class BvSettings;
 class BVDropboxSettings;
@@ -87,6 +88,10 @@ public:
     void showMainWindow();
     // handleGetURLEvent.
     void openUrl(const QString &url);
+    // The report window, brought to the front (one per app).
+    void showReport();
+    // Valid after a successful launch.
+    ReportWindows &reportWindows();
     // The quit flow, then QCoreApplication::quit(). A second call while the flow waits for its alert is
     // ignored.
     void quit();
@@ -118,4 +123,5 @@ private:
     std::unique_ptr<Brimvale_AppDelegate> m_delegate;
     std::unique_ptr<IdlePromptPresenter> m_idlePrompt;
     std::unique_ptr<DockAttention> m_dockAttention;
+    std::unique_ptr<ReportWindows> m_reportWindows;
 };

@@ -140,6 +140,8 @@ int runApp(int argc, char **argv, const AppLaunchOptions &options)
     QObject::connect(
         &service, &BrimvaleDBusService::showMainWindowRequested, &application, &BrimvaleApplication::showMainWindow);
     QObject::connect(&service, &BrimvaleDBusService::openUrlRequested, &application, &BrimvaleApplication::openUrl);
+    QObject::connect(
+        &service, &BrimvaleDBusService::showReportRequested, &application, &BrimvaleApplication::showReport);
     if (!service.registerOnSessionBus())
         qWarning() << "The app is not reachable on the session bus: brimvale start, stop and status cannot reach it";
     return app.exec();

@@ -144,6 +144,14 @@ std::expected<void, QString> AppClient::stopTrack()
     return {};
 }
 
+std::expected<void, QString> AppClient::showReport()
+{
+    const auto reply = call(QStringLiteral("ShowReport"));
+    if (!reply)
+        return std::unexpected(reply.error());
+    return {};
+}
+
 std::expected<AppClient::Status, QString> AppClient::status()
 {
     const auto reply = call(QStringLiteral("Status"));

@@ -54,6 +54,8 @@ public:
     std::expected<QString, QString> startTrack(const QString &text);
     std::expected<QString, QString> updateTrack(const QString &text);
     std::expected<void, QString> stopTrack();
+    // Opens the report window (or brings it to the front).
+    std::expected<void, QString> showReport();
     std::expected<Status, QString> status();
     // A sync run in the app; answers when the run ends: "Sync operation completed!", or "Error occurred"
     // and the details on the next line.

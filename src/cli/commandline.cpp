@@ -9,6 +9,7 @@
 #include "cli/itemtotalscommand.h"
 #include "cli/listcommand.h"
 #include "cli/mergecommand.h"
+#include "cli/reportcommand.h"
 #include "cli/startcommand.h"
 #include "cli/statuscommand.h"
 #include "cli/stopcommand.h"
@@ -38,6 +39,7 @@ CommandLine::CommandLine()
     m_commands.push_back(std::make_unique<UpdateCommand>());
     m_commands.push_back(std::make_unique<StopCommand>());
     m_commands.push_back(std::make_unique<StatusCommand>());
+    m_commands.push_back(std::make_unique<ReportCommand>());
     m_commands.push_back(std::make_unique<DropboxCommand>());
 }
 

@@ -101,6 +101,7 @@ const QHash<QString, Getter> &getters()
         { QStringLiteral("endCurrentActivityOnTrack"), &BvSettings::endCurrentActivityOnTrack },
         { QStringLiteral("reportFilterToolbarVisible"), &BvSettings::reportFilterToolbarVisible },
         { QStringLiteral("reportSidebarProjectsVisible"), &BvSettings::reportSidebarProjectsVisible },
+        { QStringLiteral("reportChartVisible"), &BvSettings::reportChartVisible },
         { QStringLiteral("idleTimeoutDetection"), &BvSettings::idleTimeoutDetection },
         { QStringLiteral("reminderInterval"),
             [](const BvSettings &s) { return s.reminderNotification()->interval(); } },
@@ -219,6 +220,8 @@ void TestBvSettings::storedValuesReadWithinTheirRanges_data()
     row("sidebar projects absent shows", "report_sidebar_projects_visible", absent, "reportSidebarProjectsVisible", 1);
     row("sidebar projects YES is not 1", "report_sidebar_projects_visible", QStringLiteral("YES"),
         "reportSidebarProjectsVisible", 0);
+    row("chart absent hides", "reportChartVisible", absent, "reportChartVisible", 0);
+    row("chart stored 1 shows", "reportChartVisible", QStringLiteral("1"), "reportChartVisible", 1);
 }
 
 void TestBvSettings::storedValuesReadWithinTheirRanges()

@@ -122,6 +122,11 @@ void BrimvaleDBusService::ShowMainWindow()
     Q_EMIT showMainWindowRequested();
 }
 
+void BrimvaleDBusService::ShowReport()
+{
+    Q_EMIT showReportRequested();
+}
+
 void BrimvaleDBusService::OpenUrl(const QString &url)
 {
     Q_EMIT openUrlRequested(url);

@@ -51,6 +51,8 @@ public Q_SLOTS:
     // answers when it ends: "Sync operation completed!", or "Error occurred" and the details on the next
     // line. With sync turned off the error comes at once.
     Q_SCRIPTABLE QString Sync();
+    // Opens the report window (or brings the open one to the front).
+    Q_SCRIPTABLE void ShowReport();
 
 Q_SIGNALS:
     // Tracking started, stopped, or the running activity changed its text or start; arguments as Status()
@@ -60,6 +62,8 @@ Q_SIGNALS:
     void showMainWindowRequested();
     // A URL handed over by a second `brimvale` (a brimvaleapp: redirect from the browser).
     void openUrlRequested(const QString &url);
+    // A script or `brimvale report` asks for the report window.
+    void showReportRequested();
 
 private:
     // Answers every waiting caller when `service`'s run ends.

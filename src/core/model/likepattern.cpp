@@ -6,7 +6,11 @@ LikePattern::LikePattern(QString pattern)
 
 bool LikePattern::matches(QStringView text) const
 {
-    const QString folded = text.toString().toCaseFolded();
+    return matchesFolded(fold(text));
+}
+
+bool LikePattern::matchesFolded(QStringView folded) const
+{
     // Iterative matching with one backtrack point per "*": linear in practice, and never recursive, so a
     // long pattern full of stars cannot exhaust the stack.
     qsizetype p = 0;

@@ -11,6 +11,10 @@ public:
     explicit LikePattern(QString pattern);
 
     bool matches(QStringView text) const;
+    // The same for a text already folded with fold(): a caller matching many patterns against the same
+    // texts (a search as one types) folds each text once.
+    bool matchesFolded(QStringView foldedText) const;
+    static QString fold(QStringView text) { return text.toString().toCaseFolded(); }
 
 private:
     QString m_folded;

@@ -49,6 +49,7 @@ const auto ReportSidebarDynamicItems = QStringLiteral("reportSidebarDynamicItems
 const auto ReportDurationFormat = QStringLiteral("report_duration_format");
 const auto ReportFilterVisible = QStringLiteral("reportFilterVisible");
 const auto ReportFilterToolbarVisible = QStringLiteral("reportFilterToolbarVisible");
+const auto ReportChartVisible = QStringLiteral("reportChartVisible");
 const auto IdleDetectionEnabled = QStringLiteral("idleDetectionEnabled");
 const auto IdleDetectionTimeout = QStringLiteral("idleDetectionTimeout");
 const auto DefaultIdleAction = QStringLiteral("defaultIdleAction");
@@ -589,6 +590,16 @@ void BvSettings::setReportFilterToolbarVisible(bool visible)
 {
     m_defaults->setBool(visible, Key::ReportFilterToolbarVisible);
     m_defaults->synchronize();
+}
+
+bool BvSettings::reportChartVisible() const
+{
+    return boolForKey(Key::ReportChartVisible, false);
+}
+
+void BvSettings::setReportChartVisible(bool visible)
+{
+    setBoolValue(visible, Key::ReportChartVisible);
 }
 
 bool BvSettings::idleTimeoutDetection() const

@@ -154,6 +154,9 @@ public:
     void setReportFilterVisible(bool visible);
     bool reportFilterToolbarVisible() const;
     void setReportFilterToolbarVisible(bool visible);
+    // The report's chart pane under the table, stored as "1"/"0"; hidden unless turned on.
+    bool reportChartVisible() const;
+    void setReportChartVisible(bool visible);
 
     // Idle detection on or off; a change emits BvIdleDetectionChanged.
     bool idleTimeoutDetection() const;

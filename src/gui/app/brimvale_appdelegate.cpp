@@ -149,6 +149,8 @@ void Brimvale_AppDelegate::wireWindow()
         [window] { window->isMaximized() ? window->showNormal() : window->showMaximized(); });
     connect(menuBar, &MainMenuBar::mainWindowRequested, this, &Brimvale_AppDelegate::showAndBringMainWindowToFront);
     connect(menuBar, &MainMenuBar::quitRequested, this, &Brimvale_AppDelegate::quitRequested);
+    connect(menuBar, &MainMenuBar::reportRequested, this, &Brimvale_AppDelegate::reportRequested);
+    connect(menuBar, &MainMenuBar::importRequested, this, &Brimvale_AppDelegate::importRequested);
     connect(menuBar->recentActivitiesMenu(), &RecentActivitiesMenu::activityChosen, &m_tracking,
         &TrackingController::setPreviousActivityAndStart);
 
@@ -228,6 +230,8 @@ void Brimvale_AppDelegate::setStatusBar()
         connect(m_statusBarMenu.get(), &StatusBarMenu::stopTrackRequested, this, &Brimvale_AppDelegate::stopTrack);
         connect(m_statusBarMenu.get(), &StatusBarMenu::quitRequested, this, &Brimvale_AppDelegate::quitRequested);
         connect(m_statusBarMenu.get(), &StatusBarMenu::syncRequested, this, &Brimvale_AppDelegate::onSyncAction);
+        connect(m_statusBarMenu.get(), &StatusBarMenu::reportRequested, this, &Brimvale_AppDelegate::reportRequested);
+        connect(m_statusBarMenu.get(), &StatusBarMenu::importRequested, this, &Brimvale_AppDelegate::importRequested);
         m_statusBarMenu->setSyncMenuTitle(m_syncMenuTitle);
         connect(m_statusBarMenu->recentActivitiesMenu(), &RecentActivitiesMenu::activityChosen, &m_tracking,
             &TrackingController::setPreviousActivityAndStart);
@@ -475,4 +479,9 @@ void Brimvale_AppDelegate::showSyncStatusWindow()
 BVSyncStatusWindowController *Brimvale_AppDelegate::syncStatusWindow() const
 {
     return m_syncStatusWindow.get();
+}
+
+void Brimvale_AppDelegate::enableWindowMenuItemReport(bool enabled)
+{
+    m_window->mainMenuBar()->setReportItemEnabled(enabled);
 }

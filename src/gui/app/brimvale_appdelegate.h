@@ -85,6 +85,8 @@ public:
     void showSyncStatusWindow();
     // Null until the first run started or the sync button was pressed.
     BVSyncStatusWindowController *syncStatusWindow() const;
+    // enableWindowMenuItemReport: the Window menu's report item follows the report window's activation.
+    void enableWindowMenuItemReport(bool enabled);
     // The start-time button: opens the start-time sheet over the main window while tracking.
     void onEditStartTimeButton();
 
@@ -110,6 +112,9 @@ Q_SIGNALS:
     void quitRequested();
     // The quit flow is done; the app may end.
     void terminationAllowed();
+    // The menus or the tray asked for the report window, or for an import window.
+    void reportRequested();
+    void importRequested();
 
 private:
     void wireWindow();

@@ -20,9 +20,17 @@ MainMenuBar::MainMenuBar(TrackingController &tracking, QWidget *parent)
 {
     setObjectName(QStringLiteral("mainMenuBar"));
 
-    // Later windows (report, preferences) add their commands to this menu; until they exist it holds Quit.
+    // Later windows (preferences) add their commands to this menu.
     QMenu *appMenu = addMenu(tr("&Brimvale"));
     appMenu->setObjectName(QStringLiteral("applicationMenu"));
+    QAction *report = tagged(appMenu->addAction(tr("&Report...")), MenuTags::ShowReport, "showReportAction");
+    report->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_R));
+    report->setShortcutContext(Qt::ApplicationShortcut);
+    connect(report, &QAction::triggered, this, &MainMenuBar::reportRequested);
+    QAction *import = tagged(
+        appMenu->addAction(tr("Import activities...")), MenuTags::ImportActivities, "importActivitiesAction");
+    connect(import, &QAction::triggered, this, &MainMenuBar::importRequested);
+    appMenu->addSeparator();
     QAction *quit = appMenu->addAction(tr("&Quit"));
     quit->setObjectName(QStringLiteral("quitAction"));
     quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
@@ -71,6 +79,9 @@ MainMenuBar::MainMenuBar(TrackingController &tracking, QWidget *parent)
     m_mainWindowItem->setObjectName(QStringLiteral("mainWindowAction"));
     m_mainWindowItem->setEnabled(false);
     connect(m_mainWindowItem, &QAction::triggered, this, &MainMenuBar::mainWindowRequested);
+    m_reportItem = tagged(windowMenu->addAction(tr("Report")), MenuTags::WindowReport, "windowReportAction");
+    m_reportItem->setEnabled(false);
+    connect(m_reportItem, &QAction::triggered, this, &MainMenuBar::reportRequested);
 
     setActivityMenuState(tracking.activityMenuState());
 }
@@ -86,6 +97,11 @@ void MainMenuBar::setActivityMenuState(const TrackingController::ActivityMenuSta
 void MainMenuBar::setMainWindowItemEnabled(bool enabled)
 {
     m_mainWindowItem->setEnabled(enabled);
+}
+
+void MainMenuBar::setReportItemEnabled(bool enabled)
+{
+    m_reportItem->setEnabled(enabled);
 }
 
 QAction *MainMenuBar::actionWithTag(int tag) const

@@ -21,6 +21,8 @@ public:
     void setActivityMenuState(const TrackingController::ActivityMenuState &state);
     // The Window menu's item for the main window is enabled while that window is main.
     void setMainWindowItemEnabled(bool enabled);
+    // The Window menu's report item is enabled while the report window is active.
+    void setReportItemEnabled(bool enabled);
 
     QMenu *activityMenu() const { return m_activityMenu; }
     RecentActivitiesMenu *recentActivitiesMenu() const { return m_recentMenu; }
@@ -36,6 +38,8 @@ Q_SIGNALS:
     void zoomRequested();
     void mainWindowRequested();
     void quitRequested();
+    void reportRequested();
+    void importRequested();
 
 private:
     QMenu *m_activityMenu = nullptr;
@@ -44,4 +48,5 @@ private:
     KeyboardAction *m_update = nullptr;
     QAction *m_stop = nullptr;
     QAction *m_mainWindowItem = nullptr;
+    QAction *m_reportItem = nullptr;
 };

@@ -26,10 +26,18 @@ StatusBarMenu::StatusBarMenu(TrackingController &tracking, QWidget *parent)
     connect(m_stop, &QAction::triggered, this, &StatusBarMenu::stopTrackRequested);
 
     addSeparator();
+    QAction *report = addAction(tr("Report..."));
+    report->setObjectName(QStringLiteral("statusReportAction"));
+    report->setData(MenuTags::StatusReport);
+    connect(report, &QAction::triggered, this, &StatusBarMenu::reportRequested);
     m_activitiesMenu = addMenu(tr("Activities"));
     m_activitiesMenu->setObjectName(QStringLiteral("statusActivitiesMenu"));
     m_activitiesMenu->menuAction()->setObjectName(QStringLiteral("statusActivitiesAction"));
     m_activitiesMenu->menuAction()->setData(MenuTags::StatusActivities);
+    QAction *import = m_activitiesMenu->addAction(tr("Import activities..."));
+    import->setObjectName(QStringLiteral("statusImportAction"));
+    import->setData(MenuTags::StatusImportActivities);
+    connect(import, &QAction::triggered, this, &StatusBarMenu::importRequested);
     m_sync = m_activitiesMenu->addAction(QString());
     m_sync->setObjectName(QStringLiteral("statusSyncAction"));
     m_sync->setData(MenuTags::StatusSync);
@@ -54,7 +62,6 @@ void StatusBarMenu::setSyncMenuTitle(const QString &title)
 {
     m_sync->setText(title);
     m_sync->setVisible(!title.isNull());
-    m_activitiesMenu->menuAction()->setVisible(!title.isNull());
 }
 
 QAction *StatusBarMenu::actionWithTag(int tag) const

@@ -6,8 +6,9 @@ class RecentActivitiesMenu;
 class TrackingController;
 
 // The tray icon's menu: "Open", "Track recent" (tag 1), "Stop tracking" (tag 2, enabled only while
-// tracking, checked each time the menu opens), "Activities" (tag 2002) with the sync command (tag 2001)
-// while a sync method is chosen, and "Quit". Windows that do not exist yet have no item.
+// tracking, checked each time the menu opens), "Report..." (tag 2003), "Activities" (tag 2002) with
+// "Import activities..." (tag 2004) and the sync command (tag 2001) while a sync method is chosen, and
+// "Quit".
 class StatusBarMenu : public QMenu
 {
     Q_OBJECT
@@ -18,8 +19,7 @@ public:
     // menuWillOpen: brings the items' states up to date (done on every aboutToShow).
     void updateItems();
     QAction *actionWithTag(int tag) const;
-    // The sync command's title; a null title hides the command, and "Activities" with it while it holds
-    // nothing else.
+    // The sync command's title; a null title hides the command.
     void setSyncMenuTitle(const QString &title);
 
 Q_SIGNALS:
@@ -27,6 +27,8 @@ Q_SIGNALS:
     void stopTrackRequested();
     void quitRequested();
     void syncRequested();
+    void reportRequested();
+    void importRequested();
 
 private:
     TrackingController &m_tracking;

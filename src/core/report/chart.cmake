@@ -1,0 +1,3 @@
+target_sources(brimvale-core PRIVATE
+    reportchartdata.cpp reportchartdata.h
+)

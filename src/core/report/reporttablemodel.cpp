@@ -1,0 +1,321 @@
+#include "report/reporttablemodel.h"
+
+#include <algorithm>
+
+#include <QSet>
+
+#include "model/activity.h"
+#include "model/journalqueries.h"
+#include "model/likepattern.h"
+#include "model/storecontext.h"
+
+namespace {
+bool sameWithoutText(const ActivityQuery &a, const ActivityQuery &b)
+{
+    return a.startsFrom == b.startsFrom && a.startsUntil == b.startsUntil && a.overlapsFrom == b.overlapsFrom
+        && a.overlapsUntil == b.overlapsUntil && a.endsUntil == b.endsUntil && a.yearMonth == b.yearMonth
+        && a.isInvoiced == b.isInvoiced && a.uid == b.uid && a.projectIds == b.projectIds && a.taskIds == b.taskIds
+        && a.order == b.order && a.limit == b.limit;
+}
+
+QString escaped(const QString &text)
+{
+    return text.toHtmlEscaped();
+}
+} // namespace
+
+ReportTableModel::ReportTableModel(Store &store, QObject *parent)
+    : QAbstractTableModel(parent)
+    , m_store(store)
+{ }
+
+QString ReportTableModel::columnIdentifier(int column)
+{
+    switch (column) {
+    case FromColumn:
+        return QStringLiteral("activity-from");
+    case ToColumn:
+        return QStringLiteral("activity-to");
+    case DurationColumn:
+        return QStringLiteral("activity-duration");
+    case ProjectColumn:
+        return QStringLiteral("activity-project");
+    case TasksColumn:
+        return QStringLiteral("activity-tasks");
+    case TextColumn:
+        return QStringLiteral("activity-text");
+    default:
+        return {};
+    }
+}
+
+int ReportTableModel::columnTag(int column)
+{
+    return column >= FromColumn && column < TextColumn ? 30 + column : 0;
+}
+
+int ReportTableModel::columnForTag(int tag)
+{
+    return tag >= 30 && tag <= 34 ? tag - 30 : -1;
+}
+
+QString ReportTableModel::invoicedTag()
+{
+    return tr("Invoiced");
+}
+
+namespace {
+// The names of the projects (tasks) with these row ids: a name is unique, and a record carries names.
+template<typename Items> QSet<QString> namesOf(const Items &items, const QList<qint64> &ids)
+{
+    QSet<QString> names;
+    for (const auto &item : items) {
+        if (ids.contains(item->objectId()))
+            names.insert(item->name());
+    }
+    return names;
+}
+} // namespace
+
+std::expected<void, BvError> ReportTableModel::load(const ActivityQuery &query)
+{
+    ActivityQuery base = query;
+    base.textLike.reset();
+    base.projectIds.reset();
+    base.taskIds.reset();
+    base.isInvoiced.reset();
+    const bool reread = !m_loaded || !sameWithoutText(base, m_baseQuery);
+    std::vector<ActivityRecord> records;
+    if (reread) {
+        auto fetched = JournalQueries(m_store).fetchActivityRecords(base);
+        if (!fetched)
+            return std::unexpected(fetched.error());
+        records = std::move(*fetched);
+    }
+    beginResetModel();
+    if (reread) {
+        m_records = std::move(records);
+        m_foldedTexts.clear();
+        m_baseQuery = base;
+        m_loaded = true;
+    }
+    const auto filtered = filter(query);
+    endResetModel();
+    return filtered;
+}
+
+std::expected<void, BvError> ReportTableModel::filter(const ActivityQuery &query)
+{
+    std::optional<QSet<QString>> projects;
+    std::optional<QSet<QString>> tasks;
+    if (query.projectIds || query.taskIds) {
+        StoreContext context(m_store);
+        if (query.projectIds) {
+            const auto all = context.projects();
+            if (!all)
+                return std::unexpected(all.error());
+            projects = namesOf(*all, *query.projectIds);
+        }
+        if (query.taskIds) {
+            const auto all = context.tasks();
+            if (!all)
+                return std::unexpected(all.error());
+            tasks = namesOf(*all, *query.taskIds);
+        }
+    }
+    const std::optional<QString> &textLike = query.textLike;
+    if (textLike && m_foldedTexts.size() != m_records.size()) {
+        m_foldedTexts.clear();
+        m_foldedTexts.reserve(m_records.size());
+        for (const ActivityRecord &record : m_records)
+            m_foldedTexts.push_back(LikePattern::fold(record.text));
+    }
+    m_rows.clear();
+    m_rows.reserve(m_records.size());
+    m_totalSeconds = 0;
+    m_invoicedCount = 0;
+    m_rowOfUidValid = false;
+    const std::optional<LikePattern> pattern = textLike ? std::optional(LikePattern(*textLike)) : std::nullopt;
+    qint64 seconds = 0;
+    for (std::size_t i = 0; i < m_records.size(); ++i) {
+        const ActivityRecord &record = m_records[i];
+        // The store never matches an activity without text, whatever the pattern.
+        if (query.isInvoiced && record.isInvoiced != *query.isInvoiced)
+            continue;
+        if (projects && (record.project.isNull() || !projects->contains(record.project)))
+            continue;
+        if (tasks && std::none_of(record.tasks.cbegin(), record.tasks.cend(), [&](const QString &task) {
+                return tasks->contains(task);
+            }))
+            continue;
+        if (pattern && (record.text.isNull() || !pattern->matchesFolded(m_foldedTexts[i])))
+            continue;
+        m_rows.push_back(int(i));
+        seconds += record.durationSecs();
+        if (record.isInvoiced)
+            ++m_invoicedCount;
+    }
+    m_totalSeconds = double(seconds);
+    return {};
+}
+
+int ReportTableModel::rowOfUid(const QString &uid) const
+{
+    if (!m_rowOfUidValid) {
+        m_rowOfUid.clear();
+        m_rowOfUid.reserve(qsizetype(m_rows.size()));
+        for (std::size_t row = 0; row < m_rows.size(); ++row)
+            m_rowOfUid.insert(m_records[m_rows[row]].uid, int(row));
+        m_rowOfUidValid = true;
+    }
+    return m_rowOfUid.value(uid, -1);
+}
+
+std::vector<ActivityRecord> ReportTableModel::listedRecords() const
+{
+    std::vector<ActivityRecord> records;
+    records.reserve(m_rows.size());
+    for (int index : m_rows)
+        records.push_back(m_records[std::size_t(index)]);
+    return records;
+}
+
+QStringList ReportTableModel::uids(const QList<int> &rows) const
+{
+    QStringList uids;
+    uids.reserve(rows.size());
+    for (int row : rows)
+        uids.append(uid(row));
+    return uids;
+}
+
+double ReportTableModel::totalSeconds(const QList<int> &rows) const
+{
+    qint64 seconds = 0;
+    for (int row : rows)
+        seconds += record(row).durationSecs();
+    return double(seconds);
+}
+
+int ReportTableModel::invoicedCount(const QList<int> &rows) const
+{
+    int count = 0;
+    for (int row : rows)
+        count += record(row).isInvoiced ? 1 : 0;
+    return count;
+}
+
+void ReportTableModel::setDurationFormat(int format)
+{
+    if (format == m_transformer.format())
+        return;
+    m_transformer.setFormat(format);
+    if (!m_rows.empty())
+        Q_EMIT dataChanged(index(0, DurationColumn), index(rowCount() - 1, DurationColumn),
+            { Qt::DisplayRole, Qt::TextAlignmentRole });
+}
+
+QString ReportTableModel::text(int row, int column) const
+{
+    const ActivityRecord &activity = record(row);
+    switch (column) {
+    case FromColumn:
+        return Activity::dateStr(ActivityRecord::instant(activity.timeFrom));
+    case ToColumn:
+        return Activity::dateStr(ActivityRecord::instant(activity.timeTo));
+    case DurationColumn:
+        return m_transformer.transformedValue(activity.durationSecs());
+    case ProjectColumn:
+        return activity.project.isNull() ? QStringLiteral("") : activity.project;
+    case TasksColumn:
+        return activity.tasks.join(QStringLiteral(", "));
+    case TextColumn:
+        return activity.text.isNull() ? QStringLiteral("") : activity.text;
+    default:
+        return {};
+    }
+}
+
+QString ReportTableModel::plainText(const QList<int> &rows, const QList<int> &columns) const
+{
+    QString out;
+    for (int row : rows) {
+        for (int column : columns) {
+            out += text(row, column);
+            out += QLatin1Char('\t');
+        }
+        out += QLatin1Char('\n');
+    }
+    return out;
+}
+
+QString ReportTableModel::htmlText(const QList<int> &rows, const QList<int> &columns) const
+{
+    QString out = QStringLiteral("<table>");
+    for (int row : rows) {
+        out += QStringLiteral("<tr>");
+        for (int column : columns)
+            out += QStringLiteral("<td>") + escaped(text(row, column)) + QStringLiteral("</td>");
+        out += QStringLiteral("</tr>");
+    }
+    out += QStringLiteral("</table>");
+    return out;
+}
+
+int ReportTableModel::rowCount(const QModelIndex &parent) const
+{
+    return parent.isValid() ? 0 : int(m_rows.size());
+}
+
+int ReportTableModel::columnCount(const QModelIndex &parent) const
+{
+    return parent.isValid() ? 0 : ColumnCount;
+}
+
+QVariant ReportTableModel::data(const QModelIndex &index, int role) const
+{
+    if (!index.isValid() || index.row() >= rowCount())
+        return {};
+    switch (role) {
+    case Qt::DisplayRole:
+        return text(index.row(), index.column());
+    case Qt::TextAlignmentRole:
+        if (index.column() == DurationColumn)
+            return int((m_transformer.format() == 0 ? Qt::AlignHCenter : Qt::AlignRight) | Qt::AlignVCenter);
+        return {};
+    case TagsRole:
+        if (index.column() == TextColumn && record(index.row()).isInvoiced)
+            return QStringList { invoicedTag() };
+        return {};
+    case UidRole:
+        return record(index.row()).uid;
+    case InvoicedRole:
+        return record(index.row()).isInvoiced;
+    case DurationSecondsRole:
+        return record(index.row()).durationSecs();
+    default:
+        return {};
+    }
+}
+
+QVariant ReportTableModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || role != Qt::DisplayRole)
+        return {};
+    switch (section) {
+    case FromColumn:
+        return tr("From");
+    case ToColumn:
+        return tr("To");
+    case DurationColumn:
+        return tr("Duration");
+    case ProjectColumn:
+        return tr("Project");
+    case TasksColumn:
+        return tr("Tasks");
+    case TextColumn:
+        return tr("Activity");
+    default:
+        return {};
+    }
+}

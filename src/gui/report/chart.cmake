@@ -1,0 +1,3 @@
+target_sources(brimvale-gui PRIVATE
+    reportchartview.cpp reportchartview.h
+)
