@@ -4,6 +4,7 @@
 #include "model/deletedactivity.h"
 #include "model/store.h"
 #include "model/storecontext.h"
+#include "report/activitydeletion.h"
 
 namespace {
 
@@ -19,6 +20,29 @@ ActivityChange::ActivityChange(Kind kind, QList<Entry> entries)
     : m_kind(kind)
     , m_entries(std::move(entries))
 { }
+
+std::expected<ActivityChange, BvError> ActivityChange::deleteActivities(
+    Store &store, const QStringList &uids, const QString &runningUid)
+{
+    QHash<QString, ActivitySnapshot> before;
+    {
+        std::unique_ptr<StoreContext> context = store.newContext();
+        std::expected<QHash<QString, ActivityPtr>, BvError> found = context->activitiesWithUids(uids);
+        if (!found)
+            return std::unexpected(found.error());
+        for (auto it = found->cbegin(); it != found->cend(); ++it)
+            before.insert(it.key(), ActivitySnapshot::of(**it));
+    }
+    std::expected<QStringList, BvError> deleted = ActivityDeletion(store).deleteActivities(uids, runningUid);
+    if (!deleted)
+        return std::unexpected(deleted.error());
+    QList<Entry> entries;
+    for (const QString &uid : std::as_const(*deleted)) {
+        if (before.contains(uid))
+            entries.append({ uid, before.value(uid), std::nullopt });
+    }
+    return ActivityChange(Kind::Delete, entries);
+}
 
 QString ActivityChange::title() const
 {

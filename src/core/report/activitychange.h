@@ -6,6 +6,7 @@
 #include <QDateTime>
 #include <QList>
 #include <QString>
+#include <QStringList>
 
 #include "base/bverror.h"
 #include "report/activitysnapshot.h"
@@ -35,6 +36,12 @@ public:
 
     ActivityChange() = default;
     ActivityChange(Kind kind, QList<Entry> entries);
+
+    // The report's deletion (ActivityDeletion: the running activity and uids no longer stored are skipped),
+    // answered as the step it took: the activities deleted, as they were. Nothing deleted gives a step
+    // without entries.
+    static std::expected<ActivityChange, BvError> deleteActivities(
+        Store &store, const QStringList &uids, const QString &runningUid = {});
 
     Kind kind() const { return m_kind; }
     const QList<Entry> &entries() const { return m_entries; }
