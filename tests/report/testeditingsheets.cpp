@@ -52,8 +52,6 @@ private Q_SLOTS:
     void mergeWantsTheInvoicedStateDecided();
     void mergeOfVanishedActivitiesFailsToLoad();
 
-    void runningActivityIsNotEditedFromTheReport();
-    void undoAndRedoFromTheEditMenu();
     void undoRefusedWhenChangedElsewhere();
 
 private:
@@ -429,55 +427,6 @@ void TestEditingSheets::mergeOfVanishedActivitiesFailsToLoad()
     QCOMPARE(sheet.findChild<QLabel *>(u"errorLabel"_s)->text(), u"Failed to load data ..."_s);
     QVERIFY(!sheet.findChild<QPushButton *>(u"saveButton"_s)->isEnabled());
     QVERIFY(sheet.findChild<QPushButton *>(u"cancelButton"_s)->isEnabled());
-}
-
-void TestEditingSheets::runningActivityIsNotEditedFromTheReport()
-{
-    const QString finished = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
-    QVERIFY(m_manager->startTrack(u"@Acme running"_s).isNull());
-    ReportEditingController editing(*m_store, *m_manager, *m_report);
-    editing.editActivity(m_manager->currentActivity()->uid());
-    QVERIFY(!editing.sheet());
-    editing.editActivity(finished);
-    QVERIFY(qobject_cast<EditActivityWindowController *>(editing.sheet()));
-    // One sheet at a time.
-    editing.newActivity();
-    QVERIFY(!qobject_cast<EditActivityWindowController *>(editing.sheet())->isNewActivity());
-}
-
-void TestEditingSheets::undoAndRedoFromTheEditMenu()
-{
-    const QString older = add(u"a"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
-    const QString newer = add(u"b"_s, QDateTime(QDate(2024, 3, 12), QTime(11, 0), Qt::UTC), 600);
-    ReportEditingController editing(*m_store, *m_manager, *m_report);
-    m_report->addAction(editing.undoAction());
-    m_report->addAction(editing.redoAction());
-    QSignalSpy sheetFinished(&editing, &ReportEditingController::sheetFinished);
-    QVERIFY(!editing.undoAction()->isEnabled());
-    QCOMPARE(editing.undoAction()->text(), u"Undo"_s);
-
-    editing.mergeActivities({ older, newer }, 0);
-    auto *sheet = qobject_cast<MergeActivitiesWindowController *>(editing.sheet());
-    QVERIFY(sheet);
-    QTest::mouseClick(sheet->findChild<QPushButton *>(u"saveButton"_s), Qt::LeftButton);
-    QCOMPARE(sheetFinished.count(), 1);
-    QTRY_VERIFY(!editing.sheet());
-    QVERIFY(!stored(older));
-    QCOMPARE(editing.undoAction()->text(), u"Undo Merge 2 Activities"_s);
-
-    m_report->activateWindow();
-    QTRY_VERIFY(m_report->isActiveWindow());
-    m_clock.advance(1000);
-    QTest::keyClick(m_report.get(), Qt::Key_Z, Qt::ControlModifier);
-    QVERIFY(stored(older));
-    QCOMPARE(stored(newer)->timeFrom(), QDateTime(QDate(2024, 3, 12), QTime(11, 0), Qt::UTC));
-    QVERIFY(!editing.undoAction()->isEnabled());
-    QCOMPARE(editing.redoAction()->text(), u"Redo Merge 2 Activities"_s);
-
-    m_clock.advance(1000);
-    QTest::keyClick(m_report.get(), Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
-    QVERIFY(!stored(older));
-    QCOMPARE(stored(newer)->timeFrom(), QDateTime(QDate(2024, 3, 12), QTime(10, 50), Qt::UTC));
 }
 
 void TestEditingSheets::undoRefusedWhenChangedElsewhere()
