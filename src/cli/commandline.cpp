@@ -8,6 +8,7 @@
 #include "cli/importcommand.h"
 #include "cli/itemtotalscommand.h"
 #include "cli/listcommand.h"
+#include "cli/mergecommand.h"
 #include "cli/reportcommand.h"
 #include "cli/preferencescommand.h"
 #include "cli/showcommand.h"
@@ -30,6 +31,7 @@ CommandLine::CommandLine()
     m_commands.push_back(std::make_unique<ListCommand>());
     m_commands.push_back(std::make_unique<EditCommand>());
     m_commands.push_back(std::make_unique<DeleteCommand>());
+    m_commands.push_back(std::make_unique<MergeCommand>());
     m_commands.push_back(std::make_unique<ItemTotalsCommand>(false));
     m_commands.push_back(std::make_unique<ItemTotalsCommand>(true));
     m_commands.push_back(std::make_unique<ExportCommand>());

@@ -31,11 +31,12 @@
 #include "gui/report/bvsegmentedcell.h"
 #include "gui/report/bvtableview.h"
 #include "gui/report/reportchartview.h"
+#include "gui/report/reporteditingcontroller.h"
 #include "gui/report/reportsidebarlionview.h"
 #include "model/activitymanager.h"
 #include "model/store.h"
 #include "model/storecontext.h"
-#include "report/activitydeletion.h"
+#include "report/activitychange.h"
 #include "report/activityinvoicing.h"
 #include "report/bvfileexportformatcollection.h"
 #include "report/reportchartdata.h"
@@ -121,6 +122,8 @@ ReportWindowController::ReportWindowController(
     if (!m_filterToolbarVisible)
         m_rangeMode = ReportQuery::AllSegment;
 
+    if (!isImport())
+        m_editing = new ReportEditingController(m_store, m_activityManager, *this);
     buildMenus();
     buildToolbar();
     buildCentre();
@@ -182,6 +185,10 @@ void ReportWindowController::buildMenus()
 
     QMenu *edit = bar->addMenu(tr("&Edit"));
     edit->setObjectName(QStringLiteral("editMenu"));
+    if (m_editing) {
+        edit->addActions({ m_editing->undoAction(), m_editing->redoAction() });
+        edit->addSeparator();
+    }
     QAction *copyAction = edit->addAction(tr("Copy"));
     copyAction->setObjectName(QStringLiteral("copyAction"));
     copyAction->setShortcut(QKeySequence::Copy);
@@ -190,6 +197,13 @@ void ReportWindowController::buildMenus()
         QAction *deleteAction = edit->addAction(tr("Delete"));
         deleteAction->setObjectName(QStringLiteral("deleteAction"));
         connect(deleteAction, &QAction::triggered, this, &ReportWindowController::deleteSelectedActivity);
+        QAction *editAction = edit->addAction(tr("Edit Activity..."));
+        editAction->setObjectName(QStringLiteral("editActivityAction"));
+        connect(editAction, &QAction::triggered, this, &ReportWindowController::editSelectedActivity);
+        QAction *newAction = edit->addAction(tr("New Activity..."));
+        newAction->setObjectName(QStringLiteral("newActivityAction"));
+        newAction->setShortcut(QKeySequence::New);
+        connect(newAction, &QAction::triggered, this, &ReportWindowController::newActivity);
     }
     QAction *selectAll = edit->addAction(tr("Select All"));
     selectAll->setObjectName(QStringLiteral("selectAllAction"));
@@ -366,6 +380,8 @@ void ReportWindowController::buildCentre()
     connect(m_table, &BvTableView::toggleKeyPressed, this, &ReportWindowController::onTableViewToggle);
     connect(m_table, &BvTableView::deleteKeyPressed, this, &ReportWindowController::deleteSelectedActivity);
     connect(m_table, &BvTableView::editKeyPressed, this, &ReportWindowController::editRequested);
+    connect(this, &ReportWindowController::editRequested, this, &ReportWindowController::editSelectedActivity);
+    connect(m_table, &QAbstractItemView::doubleClicked, this, &ReportWindowController::editSelectedActivity);
     if (!isImport()) {
         m_table->setContextMenuPolicy(Qt::CustomContextMenu);
         connect(m_table, &QWidget::customContextMenuRequested, this, &ReportWindowController::onTableContextMenu);
@@ -379,6 +395,23 @@ void ReportWindowController::buildCentre()
     m_totalsLabel->setObjectName(QStringLiteral("totalsLabel"));
     m_totalsLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
     bottomLayout->addWidget(m_totalsLabel, 1);
+    if (m_editing) {
+        auto *newButton = new QToolButton(bottom);
+        newButton->setObjectName(QStringLiteral("newActivityButton"));
+        newButton->setText(QStringLiteral("+"));
+        newButton->setToolTip(tr("New activity"));
+        connect(newButton, &QToolButton::clicked, this, &ReportWindowController::newActivity);
+        auto *editButton = new QToolButton(bottom);
+        editButton->setObjectName(QStringLiteral("editActivityButton"));
+        editButton->setText(tr("Edit"));
+        editButton->setToolTip(tr("Edit the selected activity"));
+        editButton->setEnabled(false);
+        connect(editButton, &QToolButton::clicked, this, &ReportWindowController::editSelectedActivity);
+        connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, editButton,
+            [this, editButton] { editButton->setEnabled(m_table->selectionModel()->hasSelection()); });
+        bottomLayout->addWidget(newButton);
+        bottomLayout->addWidget(editButton);
+    }
     m_actionButton = new QToolButton(bottom);
     m_actionButton->setObjectName(QStringLiteral("actionButton"));
     m_actionButton->setText(tr("Activity Actions"));
@@ -421,6 +454,9 @@ void ReportWindowController::buildActionMenu()
     m_actionMenu = new QMenu(this);
     m_actionMenu->setObjectName(QStringLiteral("actionMenu"));
     using T = ReportActionMenu::Tag;
+    connect(addTagged(m_actionMenu, QString(), T::Merge, QStringLiteral("mergeAction")), &QAction::triggered, this,
+        &ReportWindowController::onMergeSelectedActivities);
+    m_actionMenu->addSeparator();
     connect(addTagged(m_actionMenu, QString(), T::InvoicedSelected, QStringLiteral("invoicedSelectedAction")),
         &QAction::triggered, this, [this] {
             setInvoicedSelected(Qt::CheckState(menuAction(T::InvoicedSelected)->property("checkState").toInt()));
@@ -847,8 +883,10 @@ void ReportWindowController::deleteSelectedActivity()
         if (box->standardButton(box->clickedButton()) != QMessageBox::Ok)
             return;
         const QString running = m_activityManager.isTracking() ? m_activityManager.currentActivity()->uid() : QString();
-        if (const auto deleted = ActivityDeletion(m_store).deleteActivities(uids, running); !deleted)
+        if (const auto deleted = ActivityChange::deleteActivities(m_store, uids, running); !deleted)
             qCWarning(lcReport) << "Could not delete the activities:" << deleted.error().message();
+        else
+            m_editing->recordDeletion(*deleted);
         m_table->clearSelection();
         m_model->invalidate();
         performQuery();
@@ -856,6 +894,26 @@ void ReportWindowController::deleteSelectedActivity()
             m_table->selectOnlyRow(*row);
     });
     box->open();
+}
+
+void ReportWindowController::editSelectedActivity()
+{
+    const QList<int> rows = selectedActivityRows();
+    if (m_editing && !rows.isEmpty())
+        m_editing->editActivity(m_model->uid(rows.first()));
+}
+
+void ReportWindowController::newActivity()
+{
+    if (m_editing)
+        m_editing->newActivity();
+}
+
+void ReportWindowController::onMergeSelectedActivities()
+{
+    const QList<int> rows = selectedActivityRows();
+    if (m_editing && rows.size() >= 2)
+        m_editing->mergeActivities(m_model->uids(rows), m_model->durationTransformer().format());
 }
 
 QList<int> ReportWindowController::columnOrder() const

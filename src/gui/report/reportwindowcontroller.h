@@ -32,6 +32,7 @@ class QToolButton;
 class BvDatePicker;
 class BvSegmentedCell;
 class ReportChartView;
+class ReportEditingController;
 class ReportSidebarItemsManager;
 class ReportSidebarLionView;
 class ReportTableModel;
@@ -108,6 +109,13 @@ public:
     void setInvoicedAll(Qt::CheckState clickedItemState);
     void onTableViewToggle();
     void deleteSelectedActivity();
+    // The editing sheets (not in import mode): the first selected activity, a new earlier one, the selected
+    // activities merged. The running activity is not edited here.
+    void editSelectedActivity();
+    void newActivity();
+    void onMergeSelectedActivities();
+    // The sheets and the undo history of what they and the deletions stored; null in import mode.
+    ReportEditingController *editing() const { return m_editing; }
     void copy();
     void exportSelected();
     void exportAll();
@@ -172,6 +180,7 @@ private:
     BvSettings &m_settings;
     std::unique_ptr<ActivityImport> m_import;
     std::unique_ptr<ReportTableModel> m_model;
+    ReportEditingController *m_editing = nullptr;
     std::unique_ptr<ReportSidebarItemsManager> m_sidebarManager;
 
     int m_rangeMode = 2;
