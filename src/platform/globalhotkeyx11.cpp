@@ -147,6 +147,10 @@ void GlobalHotKeyX11::ungrab(const Grab &grab)
 {
     for (const quint16 variant : LockVariants)
         xcb_ungrab_key(m_connection, grab.keycode, m_root, grab.modifiers | variant);
+    // A round trip: once it returns the server has let go, so another client (or our next grab on
+    // another connection) is not refused a combination we no longer hold.
+    std::free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
+    readEvents();
 }
 
 void GlobalHotKeyX11::readEvents()
