@@ -14,8 +14,8 @@
 #include "gui/app/statusbarmenu.h"
 #include "gui/attention/dockattention.h"
 #include "gui/attention/idlepromptpresenter.h"
-#include "gui/report/reportwindows.h"
 #include "gui/preferences/preferenceswindowcontroller.h"
+#include "gui/report/reportwindows.h"
 #include "model/activitymanager.h"
 #include "model/store.h"
 #include "platform/dropboxagentclient.h"
@@ -157,8 +157,10 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
     });
 
     m_reportWindows = std::make_unique<ReportWindows>(*m_store, *m_activityManager, *m_settings);
-    connect(m_delegate.get(), &Brimvale_AppDelegate::reportRequested, m_reportWindows.get(), &ReportWindows::showReport);
-    connect(m_delegate.get(), &Brimvale_AppDelegate::importRequested, m_reportWindows.get(), &ReportWindows::showImport);
+    connect(
+        m_delegate.get(), &Brimvale_AppDelegate::reportRequested, m_reportWindows.get(), &ReportWindows::showReport);
+    connect(
+        m_delegate.get(), &Brimvale_AppDelegate::importRequested, m_reportWindows.get(), &ReportWindows::showImport);
     connect(m_reportWindows.get(), &ReportWindows::reportActiveChanged, m_delegate.get(),
         &Brimvale_AppDelegate::enableWindowMenuItemReport);
     connect(m_reportWindows.get(), &ReportWindows::mainWindowRequested, m_delegate.get(),
@@ -274,7 +276,7 @@ void BrimvaleApplication::showPreferences(int tab)
         m_preferences = std::make_unique<PreferencesWindowController>(PreferencesWindowController::Parts { *m_settings,
             *m_store, *m_services.idleSource, *m_notifications, *m_dropboxAccount, *m_syncManager,
             *m_services.globalHotKey, m_environment.trayAvailable, m_environment.openUrl,
-            PreferencesWindowController::menuShortcuts(*m_delegate->mainWindow().menuBar()) });
+            [this] { return PreferencesWindowController::menuShortcuts(*m_delegate->mainWindow().menuBar()); } });
     }
     m_preferences->showPreferencesWithTabIdx(tab);
 }

@@ -6,10 +6,9 @@
 #include <QProcess>
 #include <QSocketNotifier>
 
-#include "platform/dropboxloopbackredirect.h"
+#include "platform/dropboxconnectflow.h"
 #include "sync/bvdropboxsettings.h"
 #include "sync/bvdropboxsyncbackend.h"
-#include "sync/dropboxauthorization.h"
 
 int DropboxConnectCommand::run(const QStringList &arguments, CliEnvironment &environment)
 {
@@ -37,11 +36,11 @@ int DropboxConnectCommand::run(const QStringList &arguments, CliEnvironment &env
             QStringLiteral("Dropbox is already connected (%1). Disconnect first: brimvale dropbox disconnect")
                 .arg(services->settings->dropboxAccountName()));
 
-    const DropboxAuthorization authorization;
-    DropboxLoopbackRedirect listener(authorization.state());
-    const bool pasted = parser.isSet(paste) || !listener.listen();
-    const QString redirectUri = pasted ? QString() : listener.redirectUri();
-    const QUrl page = authorization.codeFlowUrl(redirectUri);
+    DropboxConnectFlow flow(account);
+    const QUrl page = flow.start(
+        parser.isSet(paste) ? DropboxConnectFlow::Return::PastedCode : DropboxConnectFlow::Return::Loopback,
+        DropboxConnectFlow::Return::PastedCode);
+    const bool pasted = flow.returnsTo() == DropboxConnectFlow::Return::PastedCode;
     environment.out << QStringLiteral(
         "Open this page in a browser and allow Brimvale to use its Dropbox folder:\n  %1\n")
                            .arg(page.toString(QUrl::FullyEncoded));
@@ -54,31 +53,14 @@ int DropboxConnectCommand::run(const QStringList &arguments, CliEnvironment &env
 
     QEventLoop loop;
     QString failure;
-    bool exchanging = false;
-    const auto exchange = [&](const QString &code) {
-        if (exchanging)
-            return;
-        exchanging = true;
-        account.connectDropboxAccountWithCode(
-            code, authorization.codeVerifier(), redirectUri, [&](const QString &error) {
-                QMetaObject::invokeMethod(&loop, [&, error] {
-                    failure = error;
-                    loop.quit();
-                });
-            });
-    };
-    const auto fromRedirect = [&](const QUrl &url) {
-        if (const std::optional<QString> code = authorization.codeFromRedirect(url)) {
-            exchange(*code);
-            return;
-        }
-        failure
-            = QStringLiteral("Dropbox did not allow access (%1).")
-                  .arg(DropboxAuthorization::queryItems(url.query(QUrl::FullyEncoded))
-                           .value(QStringLiteral("error"), QStringLiteral("the answer did not match this request")));
+    QObject::connect(&flow, &DropboxConnectFlow::refused, &loop, [&](const QString &reason) {
+        failure = QStringLiteral("Dropbox did not allow access (%1).").arg(reason);
         loop.quit();
-    };
-    QObject::connect(&listener, &DropboxLoopbackRedirect::redirected, &loop, fromRedirect);
+    });
+    QObject::connect(&flow, &DropboxConnectFlow::exchanged, &loop, [&](const QString &error) {
+        failure = error;
+        loop.quit();
+    });
 
     QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
     QByteArray typed;
@@ -87,7 +69,7 @@ int DropboxConnectCommand::run(const QStringList &arguments, CliEnvironment &env
         const ssize_t n = ::read(STDIN_FILENO, buffer, sizeof buffer);
         if (n <= 0) {
             input.setEnabled(false);
-            if (pasted && !exchanging) {
+            if (pasted && flow.state() != DropboxConnectFlow::State::Exchanging) {
                 failure = QStringLiteral("No code was pasted.");
                 loop.quit();
             }
@@ -102,9 +84,9 @@ int DropboxConnectCommand::run(const QStringList &arguments, CliEnvironment &env
         if (line.isEmpty())
             return;
         if (pasted)
-            exchange(line);
+            flow.finishWithCode(line);
         else
-            fromRedirect(QUrl(line));
+            flow.finishWithRedirect(QUrl(line));
     });
     loop.exec();
 

@@ -25,6 +25,11 @@ public:
     // `brimvale show` in the desktop's own settings.
     virtual bool isAvailable() const { return true; }
 
+    // Whether the grab takes its combination from the focused window too, so that a control recording a
+    // new combination must release it first (an X11 key grab). A desktop's shortcut service leaves
+    // recording alone, and releasing and binding again there would only ask the desktop twice.
+    virtual bool grabHidesKeysFromTheApp() const { return false; }
+
     // Why the shortcut asked for last is not in force; empty when it is, or when none was asked for.
     QString registrationError() const { return m_registrationError; }
 

@@ -18,6 +18,7 @@ public:
     ~GlobalHotKeyX11() override;
 
     bool isAvailable() const override { return m_connection != nullptr; }
+    bool grabHidesKeysFromTheApp() const override { return true; }
     std::expected<void, QString> registerHotKey(const std::optional<BvHotKey> &hotKey) override;
 
     static QString takenMessage();

@@ -1,6 +1,7 @@
 #include "platform/platformservices.h"
 
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QLoggingCategory>
 #include <QStringList>
 
@@ -76,36 +77,40 @@ std::unique_ptr<SessionEvents> sessionEventsForSession()
     return std::make_unique<SessionEventsCombined>(std::move(sources));
 }
 
-// X11 grabs the key itself; on Wayland the portal where the desktop has one, else KDE's daemon (Plasma
-// without the portal's backend); else the user binds `brimvale show` in the desktop's settings.
-std::unique_ptr<GlobalHotKey> globalHotKeyForSession()
-{
-    const bool wayland = isWaylandSession();
-#ifdef BRIMVALE_HAVE_XCB
-    if (auto x11 = std::make_unique<GlobalHotKeyX11>(QString(), wayland); x11->isAvailable()) {
-        qCInfo(lcPlatform) << "Global shortcut through an X11 key grab";
-        return x11;
-    }
-#endif
-    if (wayland) {
-        if (auto portal = std::make_unique<GlobalHotKeyPortal>(QDBusConnection::sessionBus()); portal->isAvailable()) {
-            qCInfo(lcPlatform) << "Global shortcut through the desktop portal";
-            return portal;
-        }
-    }
-    if (auto kde = std::make_unique<GlobalHotKeyKGlobalAccel>(QDBusConnection::sessionBus()); kde->isAvailable()) {
-        qCInfo(lcPlatform) << "Global shortcut through KDE's shortcut service";
-        return kde;
-    }
-    qCInfo(lcPlatform) << "No global shortcut in this session";
-    return std::make_unique<GlobalHotKeyNull>();
-}
 } // namespace
 
 PlatformServices::PlatformServices() = default;
 PlatformServices::~PlatformServices() = default;
 PlatformServices::PlatformServices(PlatformServices &&) noexcept = default;
 PlatformServices &PlatformServices::operator=(PlatformServices &&) noexcept = default;
+
+std::unique_ptr<GlobalHotKey> PlatformServices::globalHotKeyFor(
+    const HotKeySession &session, const QDBusConnection &bus)
+{
+#ifdef BRIMVALE_HAVE_XCB
+    if (auto x11 = std::make_unique<GlobalHotKeyX11>(session.x11Display, session.wayland); x11->isAvailable()) {
+        qCInfo(lcPlatform) << "Global shortcut through an X11 key grab";
+        return x11;
+    }
+#endif
+    if (session.wayland) {
+        if (auto portal = std::make_unique<GlobalHotKeyPortal>(bus); portal->isAvailable()) {
+            qCInfo(lcPlatform) << "Global shortcut through the desktop portal";
+            return portal;
+        }
+    }
+    const bool kde = session.currentDesktop.split(QLatin1Char(':')).contains(QLatin1String("KDE"), Qt::CaseInsensitive);
+    const bool daemonRuns = bus.isConnected() && bus.interface()
+        && bus.interface()->isServiceRegistered(QStringLiteral("org.kde.kglobalaccel")).value();
+    if (kde || daemonRuns) {
+        if (auto daemon = std::make_unique<GlobalHotKeyKGlobalAccel>(bus); daemon->isAvailable()) {
+            qCInfo(lcPlatform) << "Global shortcut through KDE's shortcut service";
+            return daemon;
+        }
+    }
+    qCInfo(lcPlatform) << "No global shortcut in this session";
+    return std::make_unique<GlobalHotKeyNull>();
+}
 
 PlatformServices PlatformServices::forSession()
 {
@@ -115,7 +120,9 @@ PlatformServices PlatformServices::forSession()
         : std::make_unique<NotifierNull>();
     services.idleSource = idleSourceForSession();
     services.sessionEvents = sessionEventsForSession();
-    services.globalHotKey = globalHotKeyForSession();
+    services.globalHotKey = globalHotKeyFor(
+        { .wayland = isWaylandSession(), .currentDesktop = qEnvironmentVariable("XDG_CURRENT_DESKTOP") },
+        QDBusConnection::sessionBus());
     services.keychain = std::make_unique<KeychainQt>();
     services.loginItems = std::make_unique<AutostartXdg>();
     return services;

@@ -120,6 +120,8 @@ const QVariant absent;
 
 } // namespace
 
+Q_DECLARE_METATYPE(BvSettings::HideMainWindowOnStart)
+
 class TestBvSettings : public QObject
 {
     Q_OBJECT
@@ -155,6 +157,8 @@ private Q_SLOTS:
     void startAtLoginKeepsItsAsymmetryOnFailure();
     void recordEditsAreWrittenThrough_data();
     void recordEditsAreWrittenThrough();
+    void hideMainWindowOnStartIsOneChoiceOfTwoKeys_data();
+    void hideMainWindowOnStartIsOneChoiceOfTwoKeys();
     void hotKeyNeedsBothKeys_data();
     void hotKeyNeedsBothKeys();
     void notificationRecordClampsIntervalAndDerivesEnabled_data();
@@ -733,6 +737,52 @@ void TestBvSettings::recordEditsAreWrittenThrough()
 
     for (auto it = expected.cbegin(); it != expected.cend(); ++it)
         QCOMPARE(file.stored(it.key()), it.value());
+}
+
+void TestBvSettings::hideMainWindowOnStartIsOneChoiceOfTwoKeys_data()
+{
+    using Hide = BvSettings::HideMainWindowOnStart;
+    QTest::addColumn<QVariant>("hide");
+    QTest::addColumn<QVariant>("dontHide");
+    QTest::addColumn<Hide>("read");
+    QTest::addColumn<Hide>("chosen");
+    QTest::addColumn<QString>("hideWritten");
+    QTest::addColumn<QString>("dontHideWritten");
+    QTest::newRow("neither, then always")
+        << absent << absent << Hide::AfterKeyboardStart << Hide::Always << u"1"_s << u"0"_s;
+    QTest::newRow("hide, then never") << QVariant(true) << QVariant(false) << Hide::Always << Hide::Never << u"0"_s
+                                      << u"1"_s;
+    QTest::newRow("don't hide, then after keyboard start")
+        << QVariant(false) << QVariant(true) << Hide::Never << Hide::AfterKeyboardStart << u"0"_s << u"0"_s;
+    // Set by hand or by an older version: not hiding wins, and choosing clears the other key.
+    QTest::newRow("both, then always") << QVariant(true) << QVariant(true) << Hide::Never << Hide::Always << u"1"_s
+                                       << u"0"_s;
+}
+
+void TestBvSettings::hideMainWindowOnStartIsOneChoiceOfTwoKeys()
+{
+    using Hide = BvSettings::HideMainWindowOnStart;
+    QFETCH(QVariant, hide);
+    QFETCH(QVariant, dontHide);
+    QFETCH(Hide, read);
+    QFETCH(Hide, chosen);
+    QFETCH(QString, hideWritten);
+    QFETCH(QString, dontHideWritten);
+
+    SettingsFile file;
+    QVariantMap stored = one(u"hideMainWindowOnStartTracking"_s, hide);
+    stored.insert(one(u"dontHideMainWindowOnStartTracking"_s, dontHide));
+    file.seed(stored);
+    auto defaults = file.open();
+    BvSettings settings(defaults.get());
+    QCOMPARE(settings.hideMainWindowOnStart(), read);
+
+    settings.setHideMainWindowOnStart(chosen);
+    QCOMPARE(settings.hideMainWindowOnStart(), chosen);
+    QCOMPARE(file.stored(u"hideMainWindowOnStartTracking"_s).toString(), hideWritten);
+    QCOMPARE(file.stored(u"dontHideMainWindowOnStartTracking"_s).toString(), dontHideWritten);
+    auto reopened = file.open();
+    QCOMPARE(BvSettings(reopened.get()).hideMainWindowOnStart(), chosen);
 }
 
 void TestBvSettings::hotKeyNeedsBothKeys_data()

@@ -1,10 +1,14 @@
 #include <QDBusArgument>
+#include <QDBusConnectionInterface>
+#include <QDBusMessage>
 #include <QDBusObjectPath>
 #include <QDBusVariant>
 #include <QtTest>
 
 #include "platform/globalhotkeykglobalaccel.h"
+#include "platform/globalhotkeynull.h"
 #include "platform/globalhotkeyportal.h"
+#include "platform/platformservices.h"
 #include "support/dbusmock.h"
 
 using namespace Qt::StringLiterals;
@@ -90,9 +94,33 @@ QList<int> intList(const QVariant &value)
     return value.metaType() == QMetaType::fromType<QList<int>>() ? value.value<QList<int>>() : list;
 }
 
+enum class Daemon { Absent, Activatable, Running };
+// The bus lists a service as activatable when a .service file for it lies in its search path, which
+// for the private session bus includes $XDG_DATA_HOME (the test's own) once the bus reloads.
+void setActivatable(const QString &name, bool activatable)
+{
+    const QString folder
+        = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + u"/dbus-1/services"_s;
+    QFile file(folder + u'/' + name + u".service"_s);
+    if (activatable) {
+        QVERIFY(QDir().mkpath(folder));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(u"[D-BUS Service]\nName=%1\nExec=/bin/false\n"_s.arg(name).toUtf8());
+        file.close();
+    } else {
+        file.remove();
+    }
+    QDBusMessage reload = QDBusMessage::createMethodCall(
+        u"org.freedesktop.DBus"_s, u"/org/freedesktop/DBus"_s, u"org.freedesktop.DBus"_s, u"ReloadConfig"_s);
+    QCOMPARE(QDBusConnection::sessionBus().call(reload).type(), QDBusMessage::ReplyMessage);
+    QTRY_COMPARE(
+        QDBusConnection::sessionBus().interface()->activatableServiceNames().value().contains(name), activatable);
+}
+
 } // namespace
 
 Q_DECLARE_METATYPE(BvHotKey)
+Q_DECLARE_METATYPE(Daemon)
 
 // The portal and KDE backends against python3-dbusmock stand-ins on the test's private session bus.
 class TestGlobalHotKeyDBus : public QObject
@@ -108,6 +136,8 @@ private Q_SLOTS:
     void kglobalaccelGivesTheKey();
     void kglobalaccelSaysWhenTaken();
     void withoutTheServicesNothingIsOffered();
+    void sessionChoosesTheBackend_data();
+    void sessionChoosesTheBackend();
 };
 
 void TestGlobalHotKeyDBus::portalBindsThePreferredTrigger_data()
@@ -289,6 +319,53 @@ void TestGlobalHotKeyDBus::withoutTheServicesNothingIsOffered()
     GlobalHotKeyKGlobalAccel daemon(QDBusConnection::sessionBus());
     QVERIFY(!daemon.isAvailable());
     QVERIFY(!daemon.registerHotKey(BvHotKey { Qt::Key_T, Ctrl | Alt }));
+}
+
+void TestGlobalHotKeyDBus::sessionChoosesTheBackend_data()
+{
+    QTest::addColumn<bool>("wayland");
+    QTest::addColumn<QString>("desktop");
+    QTest::addColumn<bool>("portal");
+    QTest::addColumn<Daemon>("kglobalaccel");
+    QTest::addColumn<QByteArray>("expected");
+    const QByteArray portal = GlobalHotKeyPortal::staticMetaObject.className();
+    const QByteArray kde = GlobalHotKeyKGlobalAccel::staticMetaObject.className();
+    const QByteArray none = GlobalHotKeyNull::staticMetaObject.className();
+    // Plasma's portal first; without it, KDE's own daemon.
+    QTest::newRow("Plasma 6 Wayland") << true << u"KDE"_s << true << Daemon::Running << portal;
+    QTest::newRow("Plasma 5 Wayland, daemon not started yet")
+        << true << u"KDE"_s << false << Daemon::Activatable << kde;
+    // GNOME ships the daemon's service file with KDE apps installed; starting it there grabs nothing.
+    QTest::newRow("GNOME Wayland with KDE apps installed")
+        << true << u"ubuntu:GNOME"_s << false << Daemon::Activatable << none;
+    QTest::newRow("sway with KDE apps installed") << true << u"sway"_s << false << Daemon::Activatable << none;
+    QTest::newRow("GNOME Wayland with the portal") << true << u"GNOME"_s << true << Daemon::Activatable << portal;
+    // Someone runs the daemon on purpose: it is in use.
+    QTest::newRow("sway running the daemon") << true << u"sway"_s << false << Daemon::Running << kde;
+    QTest::newRow("Plasma without the daemon") << true << u"KDE"_s << false << Daemon::Absent << none;
+    // No X server to grab on and no portal outside Wayland.
+    QTest::newRow("X11 without a display, portal") << false << u"GNOME"_s << true << Daemon::Absent << none;
+    QTest::newRow("X11 without a display, Plasma") << false << u"KDE"_s << false << Daemon::Activatable << kde;
+}
+
+void TestGlobalHotKeyDBus::sessionChoosesTheBackend()
+{
+    QFETCH(bool, wayland);
+    QFETCH(QString, desktop);
+    QFETCH(bool, portal);
+    QFETCH(Daemon, kglobalaccel);
+    QFETCH(QByteArray, expected);
+    std::unique_ptr<DBusMock> portalMock = portal ? startPortal(0) : nullptr;
+    QVERIFY(!portal || portalMock);
+    std::unique_ptr<DBusMock> daemon = kglobalaccel == Daemon::Running ? startKGlobalAccel() : nullptr;
+    QVERIFY(kglobalaccel != Daemon::Running || daemon);
+    setActivatable(u"org.kde.kglobalaccel"_s, kglobalaccel == Daemon::Activatable);
+    auto clear = qScopeGuard([] { setActivatable(u"org.kde.kglobalaccel"_s, false); });
+
+    const std::unique_ptr<GlobalHotKey> chosen = PlatformServices::globalHotKeyFor(
+        { .wayland = wayland, .currentDesktop = desktop, .x11Display = u":nodisplay"_s },
+        QDBusConnection::sessionBus());
+    QCOMPARE(QByteArray(chosen->metaObject()->className()), expected);
 }
 
 QTEST_GUILESS_MAIN(TestGlobalHotKeyDBus)

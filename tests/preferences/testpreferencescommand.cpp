@@ -19,7 +19,6 @@ private Q_SLOTS:
     void busOpensTheWindowAtATab();
     void commandNamesTheTab_data();
     void commandNamesTheTab();
-    void commandLaunchesTheAppFirst();
 
 private:
     void makeApp(bool registered = true);
@@ -107,28 +106,6 @@ void TestPreferencesCommand::commandNamesTheTab()
     QCOMPARE(requested.size(), tab == -2 ? 0 : 1);
     if (tab != -2)
         QCOMPARE(requested.constFirst().constFirst().toInt(), tab);
-}
-
-void TestPreferencesCommand::commandLaunchesTheAppFirst()
-{
-    makeApp(false);
-    QSignalSpy requested(m_app->service.get(), &BrimvaleDBusService::showPreferencesRequested);
-    int launches = 0;
-    // The app takes its name a moment after it was launched.
-    m_launch = [&] {
-        ++launches;
-        QTimer::singleShot(100, m_app->service.get(), [this] { QVERIFY(m_app->service->registerOnSessionBus()); });
-        return true;
-    };
-    QCOMPARE(run({ u"preferences"_s, u"sync"_s }), 0);
-    QCOMPARE(launches, 1);
-    QCOMPARE(requested.size(), 1);
-
-    m_launch = [] { return false; };
-    m_app.reset();
-    makeApp(false);
-    QCOMPARE(run({ u"preferences"_s }), 1);
-    QCOMPARE(m_err, u"Brimvale could not be started.\n"_s);
 }
 
 QTEST_MAIN(TestPreferencesCommand)

@@ -34,6 +34,7 @@
 #include "settings/bvsettings.h"
 #include "settings/userdefaults.h"
 #include "support/isolatedhome.h"
+#include "sync/bvsynctimezonefile.h"
 
 using namespace Qt::StringLiterals;
 
@@ -516,7 +517,7 @@ void TestPreferencesWindow::folderSyncAsksForItsFolderAndSyncsNow()
     auto *syncNow = control<QPushButton>(u"syncNow"_s);
     apply(control<QWidget>(u"syncMethod"_s), 2);
     QCOMPARE(stored(u"syncMethod"_s), u"2"_s);
-    // No folder yet: the chooser opens at once, and Sync Now waits for a folder.
+    // No folder yet: the chooser opens at once, and "Sync now" waits for a folder.
     QFileDialog *dialog = m_app->preferencesWindow()->findChild<QFileDialog *>(u"syncFolderDialog"_s);
     QVERIFY(dialog);
     QTRY_VERIFY(dialog->isVisible());
@@ -528,12 +529,21 @@ void TestPreferencesWindow::folderSyncAsksForItsFolderAndSyncsNow()
 
     QVERIFY(syncNow->isEnabled());
     QCOMPARE(control<QLabel>(u"lastSync"_s)->text(), u"Last sync: never"_s);
+    // Another machine recorded its zone in the folder first; this one adopts it and the tab shows it.
+    auto *zone = control<QLabel>(u"syncTimeZone"_s);
+    QCOMPARE(zone->text(), u"known after the next sync"_s);
+    QFile zoneFile(QDir(m_remote->path()).filePath(QString::fromLatin1(BVSyncTimeZoneFile::FileName)));
+    QVERIFY(zoneFile.open(QIODevice::WriteOnly));
+    zoneFile.write(BVSyncTimeZoneFile::json("Pacific/Chatham"));
+    zoneFile.close();
     syncNow->click();
     QVERIFY(!syncNow->isEnabled());
     QTRY_VERIFY(!m_app->syncManager().currentSyncService());
     QTRY_COMPARE(control<QLabel>(u"lastSync"_s)->text(),
         u"Last sync: %1"_s.arg(QLocale().toString(m_clock.now().toLocalTime(), QLocale::ShortFormat)));
     QVERIFY(syncNow->isEnabled());
+    QCOMPARE(zone->text(), u"Pacific/Chatham"_s);
+    QVERIFY(zone->isVisibleTo(m_app->preferencesWindow()));
 }
 
 void TestPreferencesWindow::dropboxConnectsThroughTheBrowserAndDisconnects()

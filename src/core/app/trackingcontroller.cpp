@@ -171,12 +171,16 @@ bool TrackingController::setPreviousActivityAndStart(const QString &text)
 
 bool TrackingController::shouldHideMainWindowOnTrack(bool keyboardStart, bool hasStatusItem) const
 {
-    if (m_settings.dontHideMainWindowOnStartTracking())
+    switch (m_settings.hideMainWindowOnStart()) {
+    case BvSettings::HideMainWindowOnStart::Never:
         return false;
-    // A start from the keyboard with a tray icon to come back through: the user typed and went on working.
-    if (keyboardStart && hasStatusItem)
+    case BvSettings::HideMainWindowOnStart::Always:
         return true;
-    return m_settings.hideMainWindowOnStartTracking();
+    case BvSettings::HideMainWindowOnStart::AfterKeyboardStart:
+        // With a tray icon to come back through: the user typed and went on working.
+        return keyboardStart && hasStatusItem;
+    }
+    return false;
 }
 
 void TrackingController::showError(const QString &text)

@@ -429,17 +429,19 @@ void BvSettings::setRecentItemsExcludeInvoiced(bool excludeInvoiced)
     Q_EMIT recentItemsChanged();
 }
 
-void BvSettings::setHideMainWindowOnStartTracking(bool hide)
+BvSettings::HideMainWindowOnStart BvSettings::hideMainWindowOnStart() const
 {
-    m_hideMainWindowOnStartTracking = hide;
-    m_defaults->setBool(hide, Key::HideMainWindowOnStartTracking);
-    m_defaults->synchronize();
+    if (m_dontHideMainWindowOnStartTracking)
+        return HideMainWindowOnStart::Never;
+    return m_hideMainWindowOnStartTracking ? HideMainWindowOnStart::Always : HideMainWindowOnStart::AfterKeyboardStart;
 }
 
-void BvSettings::setDontHideMainWindowOnStartTracking(bool dontHide)
+void BvSettings::setHideMainWindowOnStart(HideMainWindowOnStart choice)
 {
-    m_dontHideMainWindowOnStartTracking = dontHide;
-    m_defaults->setBool(dontHide, Key::DontHideMainWindowOnStartTracking);
+    m_hideMainWindowOnStartTracking = choice == HideMainWindowOnStart::Always;
+    m_dontHideMainWindowOnStartTracking = choice == HideMainWindowOnStart::Never;
+    m_defaults->setBool(m_hideMainWindowOnStartTracking, Key::HideMainWindowOnStartTracking);
+    m_defaults->setBool(m_dontHideMainWindowOnStartTracking, Key::DontHideMainWindowOnStartTracking);
     m_defaults->synchronize();
 }
 

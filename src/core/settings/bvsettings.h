@@ -106,12 +106,14 @@ public:
     NotificationSettings *attentionSettings(int value) const;
     ComputerEventSettings *computerEventSettings(int computerEvent) const;
 
-    // Main window behaviour when tracking starts, and whether tracking a new line ends the running
-    // activity (cached; the setters write through for the preferences).
-    bool hideMainWindowOnStartTracking() const { return m_hideMainWindowOnStartTracking; }
-    void setHideMainWindowOnStartTracking(bool hide);
-    bool dontHideMainWindowOnStartTracking() const { return m_dontHideMainWindowOnStartTracking; }
-    void setDontHideMainWindowOnStartTracking(bool dontHide);
+    // Whether starting to track hides the main window: "hideMainWindowOnStartTracking" and
+    // "dontHideMainWindowOnStartTracking" as one choice. Neither: a start from the keyboard hides it while a
+    // tray icon leads back. Both set (by hand, or by an older version) read as Never: not hiding wins.
+    enum class HideMainWindowOnStart : int { AfterKeyboardStart = 0, Always = 1, Never = 2 };
+    HideMainWindowOnStart hideMainWindowOnStart() const;
+    // Writes both keys, so that the file holds at most one of them set.
+    void setHideMainWindowOnStart(HideMainWindowOnStart choice);
+    // Whether tracking a new line ends the running activity (cached; the setter writes through).
     bool endCurrentActivityOnTrack() const { return m_endCurrentActivityOnTrack; }
     void setEndCurrentActivityOnTrack(bool endCurrentActivityOnTrack);
 

@@ -50,6 +50,10 @@ void BVSyncManager::startSync()
     connect(service, &BVSyncService::syncServiceFinish, this, [this] { onServiceEnded(Completed); });
     connect(service, &BVSyncService::syncServiceError, this, [this] { onServiceEnded(Failed); });
     connect(service, &BVSyncService::syncServiceCancelled, this, [this] { onServiceEnded(Cancelled); });
+    connect(service, &BVSyncService::syncTimeZoneKnown, this, [this](const QByteArray &zoneId) {
+        m_syncTimeZone = zoneId;
+        Q_EMIT syncTimeZoneKnown(zoneId);
+    });
     // The run starts on its own thread; its signals reach this thread queued, so a window that the status
     // opens on the service still sees every one of them.
     service->sync();

@@ -54,6 +54,9 @@ public:
     // The run that ended last (kept until the next one starts, so its window can still show how it
     // ended), or none.
     BVSyncService *lastSyncService() const { return m_lastSyncService.get(); }
+    // The zone the journal's sync files are written in (an IANA id) as this session's last run that got
+    // that far read it from the sync folder; empty before. It survives the run.
+    QByteArray syncTimeZone() const { return m_syncTimeZone; }
 
     // The seconds until the next automatic run: the rest of the interval since `lastSyncTime` (0 when
     // there was none, it lies in the future, or the interval has passed; interval values outside 1..3 give
@@ -64,6 +67,8 @@ public:
 Q_SIGNALS:
     // A run started (Started, with currentSyncService() set) or ended; `syncMethod` is the run's.
     void syncOperationChanged(int status, int syncMethod);
+    // A run read the journal's sync zone (see syncTimeZone()).
+    void syncTimeZoneKnown(const QByteArray &zoneId);
 
 private:
     void syncFinished();
@@ -78,6 +83,7 @@ private:
     std::optional<QDateTime> m_nextFire;
     std::unique_ptr<BVSyncService> m_currentSyncService;
     std::unique_ptr<BVSyncService> m_lastSyncService;
+    QByteArray m_syncTimeZone;
     // Set while the factory makes the run's backend, which may wait for the keyring in a nested event loop
     // where another request to sync can arrive.
     bool m_starting = false;

@@ -298,8 +298,10 @@ void Brimvale_AppDelegate::onAppAppearanceChanged()
     // at the next launch, so the user is not left without the window they are looking at.
     const int appearance = m_settings.appAppearance();
     if (appearance == 1 || appearance == 2) {
+        // The entry only: the user is choosing this in the preferences, which the main window must not cover.
+        // A hidden window without a tray icon is brought up, since nothing else would lead back to it.
         setKeepsTaskbarEntry(true);
-        if (m_window->isVisible() || !m_statusBarItem)
+        if (!m_window->isVisible() && !m_statusBarItem)
             showAndBringMainWindowToFront();
     }
 }

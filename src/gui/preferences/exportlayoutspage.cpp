@@ -202,8 +202,21 @@ void ExportLayoutsPage::updateResetButtons()
     m_xmlReset->setEnabled(!m_xmlEditor->isDefault());
 }
 
+void ExportLayoutsPage::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    if (m_previewStale)
+        refreshPreview();
+}
+
 void ExportLayoutsPage::refreshPreview()
 {
+    // Reading the journal on every tracked activity or sync is wasted while nobody looks at the page.
+    if (!isVisible()) {
+        m_previewStale = true;
+        return;
+    }
+    m_previewStale = false;
     const BvSettingsView view = m_settings.view();
     const std::pair<QPlainTextEdit *, int> previews[] = {
         { m_csvPreview, ActivityExport::CSVFormat },

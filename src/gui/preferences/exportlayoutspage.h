@@ -26,6 +26,9 @@ public:
     // `settings` and `store` are not owned and must outlive the page.
     ExportLayoutsPage(BvSettings &settings, Store &store, QWidget *parent = nullptr);
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
     QWidget *makeCsvGroup();
     QWidget *makeXmlGroup();
@@ -51,4 +54,6 @@ private:
     QLabel *m_message = nullptr;
     QPlainTextEdit *m_csvPreview = nullptr;
     QPlainTextEdit *m_xmlPreview = nullptr;
+    // A change came while the page was hidden: the preview is read again when it shows.
+    bool m_previewStale = true;
 };

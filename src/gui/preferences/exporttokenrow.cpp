@@ -66,8 +66,13 @@ QMenu *ExportTokenRow::tokenMenu() const
 
 void ExportTokenRow::rebuild()
 {
-    if (m_menu)
+    if (m_menu) {
+        // Its token may be gone or moved: nothing typed into it is committed now.
+        m_menu->disconnect(this);
+        if (auto *edit = m_menu->findChild<QLineEdit *>(QStringLiteral("attributeName")))
+            edit->disconnect(this);
         m_menu->close();
+    }
     // Later, not now: the rebuild may run inside an event of the button it replaces (a drop at the end
     // of its own drag).
     for (QToolButton *button : std::as_const(m_buttons)) {
@@ -154,7 +159,16 @@ void ExportTokenRow::showTokenMenu(qsizetype index)
         boxLayout->addWidget(edit);
         nameAction->setDefaultWidget(box);
         menu->addAction(nameAction);
-        connect(edit, &QLineEdit::returnPressed, this, [this, index, edit] { commitName(index, edit->text()); });
+        // A typed name counts however the user leaves the field: Return, another field, or closing the menu.
+        // Only a change is committed, once: Return, then the menu closing, commit one name.
+        const auto commitTyped = [this, index, edit] {
+            if (!edit->isModified())
+                return;
+            edit->setModified(false);
+            commitName(index, edit->text());
+        };
+        connect(edit, &QLineEdit::editingFinished, this, commitTyped);
+        connect(menu, &QMenu::aboutToHide, this, commitTyped);
     }
 
     menu->addSeparator();
@@ -265,7 +279,19 @@ void ExportTokenRow::startDrag(qsizetype index)
     QToolButton *button = tokenButton(index);
     drag->setPixmap(button->grab());
     drag->setHotSpot(button->mapFromGlobal(QCursor::pos()));
+    m_dragging = true;
     drag->exec(Qt::MoveAction);
+    m_dragging = false;
+    if (m_pendingMove)
+        moveLater(*std::exchange(m_pendingMove, std::nullopt));
+}
+
+void ExportTokenRow::moveLater(std::pair<qsizetype, qsizetype> move)
+{
+    // Queued: the move rebuilds the row, and the token being dragged must not go while its events (and,
+    // for this row's own drag, the drag's event loop) are still running.
+    QMetaObject::invokeMethod(
+        this, [this, move] { m_editor.moveField(move.first, move.second); }, Qt::QueuedConnection);
 }
 
 void ExportTokenRow::dragEnterEvent(QDragEnterEvent *event)
@@ -301,7 +327,11 @@ void ExportTokenRow::dropEvent(QDropEvent *event)
     if (from < 0)
         return event->ignore();
     event->acceptProposedAction();
-    m_editor.moveField(from, dropIndexAt(event->position().toPoint()));
+    const std::pair<qsizetype, qsizetype> move { from, dropIndexAt(event->position().toPoint()) };
+    if (m_dragging)
+        m_pendingMove = move;
+    else
+        moveLater(move);
 }
 
 void ExportTokenRow::paintEvent(QPaintEvent *)

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <optional>
+#include <utility>
+
 #include <QList>
 #include <QPointer>
 #include <QWidget>
@@ -50,6 +53,7 @@ private:
     // The index a drag of this row's own layout carries, or -1 for anything else.
     qsizetype draggedIndex(const QMimeData *mimeData) const;
     void commitName(qsizetype index, const QString &name);
+    void moveLater(std::pair<qsizetype, qsizetype> move);
 
     ExportLayoutEditor &m_editor;
     QList<QToolButton *> m_buttons;
@@ -57,4 +61,7 @@ private:
     QPoint m_pressPos;
     qsizetype m_pressIndex = -1;
     qsizetype m_dropIndex = -1;
+    // This row's own drag is under way; a drop onto the row waits in m_pendingMove until it returns.
+    bool m_dragging = false;
+    std::optional<std::pair<qsizetype, qsizetype>> m_pendingMove;
 };

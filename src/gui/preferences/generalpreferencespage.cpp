@@ -70,11 +70,12 @@ GeneralPreferencesPage::GeneralPreferencesPage(
 
     m_hideOnStart = new PreferencesComboBox(this);
     m_hideOnStart->setObjectName(u"hideOnStart"_s);
-    m_hideOnStart->addValue(HideAfterKeyboardStart, tr("When started from the keyboard"));
-    m_hideOnStart->addValue(HideAlways, tr("Always"));
-    m_hideOnStart->addValue(HideNever, tr("Never"));
+    using Hide = BvSettings::HideMainWindowOnStart;
+    m_hideOnStart->addValue(int(Hide::AfterKeyboardStart), tr("When started from the keyboard"));
+    m_hideOnStart->addValue(int(Hide::Always), tr("Always"));
+    m_hideOnStart->addValue(int(Hide::Never), tr("Never"));
     connect(m_hideOnStart, &PreferencesComboBox::valueChosen, this,
-        [this](int value) { setHideOnStart(m_settings, HideOnStart(value)); });
+        [this](int value) { m_settings.setHideMainWindowOnStart(Hide(value)); });
     m_form->addRow(tr("Hide the window when tracking starts:"), m_hideOnStart);
 
     m_endCurrentActivity = new QCheckBox(tr("End the current activity when tracking a new one"), this);
@@ -141,25 +142,11 @@ QString GeneralPreferencesPage::startAtLoginFailedMessage()
     return tr("Brimvale could not change its autostart entry (~/.config/autostart/brimvale.desktop).");
 }
 
-GeneralPreferencesPage::HideOnStart GeneralPreferencesPage::hideOnStart(const BvSettings &settings)
-{
-    // "Don't hide" wins when both are set, as it does when tracking starts.
-    if (settings.dontHideMainWindowOnStartTracking())
-        return HideNever;
-    return settings.hideMainWindowOnStartTracking() ? HideAlways : HideAfterKeyboardStart;
-}
-
-void GeneralPreferencesPage::setHideOnStart(BvSettings &settings, HideOnStart choice)
-{
-    settings.setHideMainWindowOnStartTracking(choice == HideAlways);
-    settings.setDontHideMainWindowOnStartTracking(choice == HideNever);
-}
-
 void GeneralPreferencesPage::reload()
 {
     m_appearance->setValue(m_settings.appAppearance());
     m_statusbarType->setValue(m_settings.appStatusbarType());
-    m_hideOnStart->setValue(hideOnStart(m_settings));
+    m_hideOnStart->setValue(int(m_settings.hideMainWindowOnStart()));
     {
         const QSignalBlocker blockers[] = { QSignalBlocker(m_endCurrentActivity), QSignalBlocker(m_recentCount),
             QSignalBlocker(m_recentExcludeInvoiced), QSignalBlocker(m_startAtLogin) };

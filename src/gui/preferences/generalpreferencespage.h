@@ -18,15 +18,6 @@ class GeneralPreferencesPage : public QWidget
 {
     Q_OBJECT
 public:
-    // What hides the main window when tracking starts: the two settings hideMainWindowOnStartTracking and
-    // dontHideMainWindowOnStartTracking as one choice.
-    enum HideOnStart : int {
-        // Neither setting: a start from the keyboard hides it while a tray icon leads back.
-        HideAfterKeyboardStart = 0,
-        HideAlways = 1,
-        HideNever = 2,
-    };
-
     // `trayAvailable` tells whether the session shows tray icons now. `settings` outlives the page.
     GeneralPreferencesPage(BvSettings &settings, std::function<bool()> trayAvailable, QWidget *parent = nullptr);
 
@@ -35,8 +26,6 @@ public:
     // Puts the control that records the global shortcut into its row.
     void setShortcutRecorder(QWidget *recorder);
 
-    static HideOnStart hideOnStart(const BvSettings &settings);
-    static void setHideOnStart(BvSettings &settings, HideOnStart choice);
     // Titles of the appearance values 1, 2 and 3 in Linux desktops' words.
     static QString appearanceTitle(int appearance);
     // Said when the start at login could not be changed.

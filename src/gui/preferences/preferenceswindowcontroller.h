@@ -50,7 +50,7 @@ public:
         // Shows a page in the user's browser; QDesktopServices when unset.
         std::function<bool(const QUrl &)> openUrl;
         // The app's own menu shortcuts with their items' titles, which the global shortcut may not take.
-        QList<QPair<QKeySequence, QString>> reservedShortcuts;
+        std::function<QList<QPair<QKeySequence, QString>>()> reservedShortcuts;
     };
 
     // The shortcuts of every item of `menuBar`'s menus, with the items' titles as shown (no "&").

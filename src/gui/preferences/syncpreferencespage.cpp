@@ -11,12 +11,11 @@
 #include <QPushButton>
 
 #include "gui/preferences/preferencescombobox.h"
-#include "platform/dropboxloopbackredirect.h"
+#include "platform/dropboxconnectflow.h"
 #include "settings/bvsettings.h"
 #include "sync/bvdropboxsyncbackend.h"
 #include "sync/bvsyncmanager.h"
 #include "sync/bvsyncoption.h"
-#include "sync/dropboxauthorization.h"
 #include "sync/dropboxsyncintervalcollection.h"
 
 using namespace Qt::StringLiterals;
@@ -94,6 +93,16 @@ SyncPreferencesPage::SyncPreferencesPage(BvSettings &settings, BVDropboxSyncBack
     m_dropboxMessage->setWordWrap(true);
     form->addRow(QString(), m_dropboxMessage);
     connect(&m_dropboxAccount, &BVDropboxSyncBackend::BvDropboxAuthChanged, this, &SyncPreferencesPage::updateAccount);
+    m_connectFlow = new DropboxConnectFlow(m_dropboxAccount, this);
+    connect(m_connectFlow, &DropboxConnectFlow::stateChanged, this, [this](DropboxConnectFlow::State state) {
+        if (state == DropboxConnectFlow::State::Exchanging)
+            showDropboxMessage(tr("Connecting…"));
+        else
+            updateStates();
+    });
+    connect(m_connectFlow, &DropboxConnectFlow::refused, this,
+        [this] { showDropboxMessage(tr("Dropbox did not allow access.")); });
+    connect(m_connectFlow, &DropboxConnectFlow::exchanged, this, &SyncPreferencesPage::finishConnecting);
 
     m_interval = new PreferencesComboBox(this);
     m_interval->setObjectName(u"dropboxSyncInterval"_s);
@@ -108,7 +117,7 @@ SyncPreferencesPage::SyncPreferencesPage(BvSettings &settings, BVDropboxSyncBack
 
     m_lastSync = new QLabel(this);
     m_lastSync->setObjectName(u"lastSync"_s);
-    m_syncNow = new QPushButton(tr("Sync Now"), this);
+    m_syncNow = new QPushButton(tr("Sync now"), this);
     m_syncNow->setObjectName(u"syncNow"_s);
     connect(m_syncNow, &QPushButton::clicked, &m_syncManager, &BVSyncManager::startSync);
     form->addRow(QString(), row(this, { m_lastSync, m_syncNow }, -1));
@@ -116,6 +125,12 @@ SyncPreferencesPage::SyncPreferencesPage(BvSettings &settings, BVDropboxSyncBack
         updateLastSync();
         updateStates();
     });
+    // Read-only: the sync folder's timezone.json decides it, the first machine to sync having recorded its own.
+    m_syncTimeZone = new QLabel(this);
+    m_syncTimeZone->setObjectName(u"syncTimeZone"_s);
+    m_syncTimeZone->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    form->addRow(tr("Sync time zone:"), m_syncTimeZone);
+    connect(&m_syncManager, &BVSyncManager::syncTimeZoneKnown, this, &SyncPreferencesPage::updateSyncTimeZone);
 
     // Other parts of the app change these too. The account is not read again here: that asks the keyring.
     connect(&m_settings, &BvSettings::syncMethodChanged, this, &SyncPreferencesPage::reloadSettings);
@@ -139,6 +154,7 @@ void SyncPreferencesPage::reloadSettings()
     m_folderPath->setText(m_settings.syncFolderPath());
     m_interval->setValue(m_settings.dropboxSyncInterval());
     updateLastSync();
+    updateSyncTimeZone();
     updateStates();
 }
 
@@ -149,9 +165,11 @@ void SyncPreferencesPage::updateStates()
     m_form->setRowVisible(m_dropboxRow, method == DropboxSync);
     m_form->setRowVisible(m_dropboxMessage, method == DropboxSync && !m_dropboxMessage->text().isEmpty());
     m_interval->setEnabled(method != NoSync);
+    m_form->setRowVisible(m_syncTimeZone, method != NoSync);
     m_connectButton->setVisible(!m_dropboxConnected);
-    m_connectButton->setEnabled(!m_exchanging);
-    m_connectButton->setText(m_waitingForBrowser ? tr("Cancel") : tr("Connect…"));
+    m_connectButton->setEnabled(m_connectFlow->state() != DropboxConnectFlow::State::Exchanging);
+    m_connectButton->setText(
+        m_connectFlow->state() == DropboxConnectFlow::State::WaitingForBrowser ? tr("Cancel") : tr("Connect…"));
     m_disconnectButton->setVisible(m_dropboxConnected);
     const bool runnable
         = method == FolderSync ? !m_settings.syncFolderPath().isEmpty() : method == DropboxSync && m_dropboxConnected;
@@ -190,6 +208,12 @@ void SyncPreferencesPage::updateLastSync()
     m_lastSync->setText(lastSyncText(last));
 }
 
+void SyncPreferencesPage::updateSyncTimeZone()
+{
+    const QByteArray zone = m_syncManager.syncTimeZone();
+    m_syncTimeZone->setText(zone.isEmpty() ? tr("known after the next sync") : QString::fromUtf8(zone));
+}
+
 void SyncPreferencesPage::showDropboxMessage(const QString &message)
 {
     m_dropboxMessage->setText(message);
@@ -198,61 +222,24 @@ void SyncPreferencesPage::showDropboxMessage(const QString &message)
 
 void SyncPreferencesPage::connectDropbox()
 {
-    if (m_waitingForBrowser) {
+    if (m_connectFlow->state() == DropboxConnectFlow::State::WaitingForBrowser) {
         // The button reads "Cancel" while the browser has the page.
-        m_waitingForBrowser = false;
-        m_redirect.reset();
+        m_connectFlow->cancel();
         showDropboxMessage(QString());
         return;
     }
-    m_authorization = std::make_unique<DropboxAuthorization>();
-    m_redirect = std::make_unique<DropboxLoopbackRedirect>(m_authorization->state());
-    QUrl page;
-    if (m_redirect->listen()) {
-        connect(m_redirect.get(), &DropboxLoopbackRedirect::redirected, this, &SyncPreferencesPage::onRedirected);
-        page = m_authorization->codeFlowUrl(m_redirect->redirectUri());
-    } else {
-        // The app's own address still brings the browser back, with a short-lived token.
-        m_redirect.reset();
-        page = BVDropboxSyncBackend::authorize();
-    }
+    const QUrl page
+        = m_connectFlow->start(DropboxConnectFlow::Return::Loopback, DropboxConnectFlow::Return::ImplicitGrant);
     if (!m_openUrl || !m_openUrl(page)) {
-        m_redirect.reset();
+        m_connectFlow->cancel();
         showDropboxMessage(tr("No browser could be opened. Connect with: brimvale dropbox connect --paste"));
         return;
     }
-    m_waitingForBrowser = m_redirect != nullptr;
     showDropboxMessage(tr("Allow Brimvale on Dropbox's page in your browser."));
-}
-
-void SyncPreferencesPage::onRedirected(const QUrl &url)
-{
-    // The listener stays until the next attempt: it is still sending the browser its page.
-    m_waitingForBrowser = false;
-    const std::optional<QString> code = m_authorization->codeFromRedirect(url);
-    if (!code) {
-        showDropboxMessage(tr("Dropbox did not allow access."));
-        return;
-    }
-    m_exchanging = true;
-    showDropboxMessage(tr("Connecting…"));
-    QPointer<SyncPreferencesPage> self(this);
-    m_dropboxAccount.connectDropboxAccountWithCode(
-        *code, m_authorization->codeVerifier(), m_redirect->redirectUri(), [self](const QString &error) {
-            // The agent answers on a thread of its own.
-            QMetaObject::invokeMethod(
-                QCoreApplication::instance(),
-                [self, error] {
-                    if (self)
-                        self->finishConnecting(error);
-                },
-                Qt::QueuedConnection);
-        });
 }
 
 void SyncPreferencesPage::finishConnecting(const QString &error)
 {
-    m_exchanging = false;
     updateAccount();
     showDropboxMessage(error.isEmpty() ? QString() : tr("Dropbox was not connected: %1").arg(error));
 }

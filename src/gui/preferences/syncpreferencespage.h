@@ -9,8 +9,7 @@
 class BVDropboxSyncBackend;
 class BVSyncManager;
 class BvSettings;
-class DropboxAuthorization;
-class DropboxLoopbackRedirect;
+class DropboxConnectFlow;
 class PreferencesComboBox;
 class QFileDialog;
 class QFormLayout;
@@ -21,8 +20,8 @@ class QWidget;
 
 // The Sync tab: the method ("don't sync", Dropbox, a folder another tool mirrors, with its folder), the
 // automatic interval, the Dropbox account (connect in the browser, disconnect, the account's name), the
-// last sync and "Sync now". Changing the method or the interval moves the next automatic run (the app
-// follows those settings). Main thread.
+// last sync, "Sync now" and the zone the journal's sync files are written in. Changing the method or the interval moves
+// the next automatic run (the app follows those settings). Main thread.
 class SyncPreferencesPage : public QWidget
 {
     Q_OBJECT
@@ -52,8 +51,8 @@ private:
     void updateStates();
     void updateAccount();
     void updateLastSync();
+    void updateSyncTimeZone();
     void showDropboxMessage(const QString &message);
-    void onRedirected(const QUrl &url);
     void finishConnecting(const QString &error);
 
     BvSettings &m_settings;
@@ -74,12 +73,9 @@ private:
     PreferencesComboBox *m_interval = nullptr;
     QLabel *m_lastSync = nullptr;
     QPushButton *m_syncNow = nullptr;
+    QLabel *m_syncTimeZone = nullptr;
     QFileDialog *m_folderDialog = nullptr;
 
-    // The last attempt: its verifier, and the listener the browser returns to.
-    std::unique_ptr<DropboxAuthorization> m_authorization;
-    std::unique_ptr<DropboxLoopbackRedirect> m_redirect;
-    bool m_waitingForBrowser = false;
+    DropboxConnectFlow *m_connectFlow = nullptr;
     bool m_dropboxConnected = false;
-    bool m_exchanging = false;
 };

@@ -1,5 +1,7 @@
 #include "gui/shortcut/bvshortcutrecorder.h"
 
+#include <utility>
+
 #include <QApplication>
 #include <QClipboard>
 #include <QHBoxLayout>
@@ -79,18 +81,9 @@ BvShortcutRecorder::BvShortcutRecorder(BvSettings &settings, GlobalHotKey &hotKe
     updateTexts();
 }
 
-void BvShortcutRecorder::setReservedShortcuts(const QList<QPair<QKeySequence, QString>> &reserved)
+void BvShortcutRecorder::setReservedShortcuts(ReservedShortcuts reserved)
 {
-    QList<BvShortcutRecorderRules::Reserved> rules;
-    for (const auto &[sequence, title] : reserved) {
-        // A global key is one chord: only a menu shortcut of one chord can collide with it.
-        if (sequence.count() != 1)
-            continue;
-        const QKeyCombination chord = sequence[0];
-        if (const auto hotKey = BvHotKey::fromKeyPress(chord.key(), chord.keyboardModifiers().toInt()))
-            rules.append({ *hotKey, QString(title).remove(u'&') });
-    }
-    m_rules.setReserved(rules);
+    m_reserved = std::move(reserved);
 }
 
 void BvShortcutRecorder::startRecording()
@@ -100,9 +93,20 @@ void BvShortcutRecorder::startRecording()
     m_recording = true;
     m_pending.clear();
     m_refusal.clear();
-    // The grab would swallow its own combination before this control saw it, and typing it again is how
-    // one keeps a shortcut.
-    if (m_hotKey.isAvailable())
+    QList<BvShortcutRecorderRules::Reserved> rules;
+    for (const auto &[sequence, title] : m_reserved ? m_reserved() : QList<QPair<QKeySequence, QString>> {}) {
+        // A global key is one chord: only a menu shortcut of one chord can collide with it.
+        if (sequence.count() != 1)
+            continue;
+        const QKeyCombination chord = sequence[0];
+        if (const auto hotKey = BvHotKey::fromKeyPress(chord.key(), chord.keyboardModifiers().toInt()))
+            rules.append({ *hotKey, QString(title).remove(u'&') });
+    }
+    m_rules.setReserved(rules);
+    // An X11 grab would swallow its own combination before this control saw it, and typing it again is
+    // how one keeps a shortcut.
+    m_released = m_hotKey.isAvailable() && m_hotKey.grabHidesKeysFromTheApp();
+    if (m_released)
         static_cast<void>(m_hotKey.registerHotKey(std::nullopt));
     m_field->setFocus(Qt::OtherFocusReason);
     updateTexts();
@@ -114,7 +118,7 @@ void BvShortcutRecorder::stopRecording()
         return;
     m_recording = false;
     m_pending.clear();
-    if (m_hotKey.isAvailable())
+    if (std::exchange(m_released, false))
         static_cast<void>(m_hotKey.registerHotKey(m_settings.globalHotKey()));
     updateTexts();
 }
@@ -123,9 +127,10 @@ void BvShortcutRecorder::clearShortcut()
 {
     m_refusal.clear();
     m_settings.setGlobalHotKey(std::nullopt);
-    if (m_recording)
-        stopRecording();
-    else
+    // A released grab is taken again, now as none, when recording stops; one left in place is released here.
+    const bool released = m_released;
+    stopRecording();
+    if (!released)
         static_cast<void>(m_hotKey.registerHotKey(std::nullopt));
     updateTexts();
 }
@@ -200,10 +205,13 @@ void BvShortcutRecorder::onKeyPress(int key, Qt::KeyboardModifiers modifiers)
 void BvShortcutRecorder::accept(const BvHotKey &hotKey)
 {
     // A combination another program holds is refused here, before it is stored; recording goes on.
-    if (m_hotKey.isAvailable()) {
+    // The key in force already needs no second request.
+    const bool unchanged = !m_released && m_settings.globalHotKey() == hotKey;
+    if (m_hotKey.isAvailable() && !unchanged) {
         if (const auto grabbed = m_hotKey.registerHotKey(hotKey); !grabbed) {
             m_refusal = tr("%1: %2").arg(hotKey.toString(), grabbed.error());
-            static_cast<void>(m_hotKey.registerHotKey(std::nullopt));
+            // Nothing is grabbed after a refusal: the stored key again, unless it stays released for recording.
+            static_cast<void>(m_hotKey.registerHotKey(m_released ? std::nullopt : m_settings.globalHotKey()));
             return;
         }
     }

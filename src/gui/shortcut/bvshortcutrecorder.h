@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include <QKeySequence>
 #include <QList>
 #include <QPair>
@@ -24,8 +26,10 @@ class BvShortcutRecorder : public QWidget
 public:
     BvShortcutRecorder(BvSettings &settings, GlobalHotKey &hotKey, QWidget *parent = nullptr);
 
-    // The app's own menu shortcuts with the menu item's title, refused with a message naming it.
-    void setReservedShortcuts(const QList<QPair<QKeySequence, QString>> &reserved);
+    // The app's own menu shortcuts with the menu item's title, refused with a message naming it. Asked
+    // each time recording starts, so that menus changed since (an item's new key) count.
+    using ReservedShortcuts = std::function<QList<QPair<QKeySequence, QString>>()>;
+    void setReservedShortcuts(ReservedShortcuts reserved);
 
     bool isRecording() const { return m_recording; }
     void startRecording();
@@ -47,6 +51,9 @@ private:
     GlobalHotKey &m_hotKey;
     BvShortcutRecorderRules m_rules;
     bool m_recording = false;
+    // The grab was released for recording and must be taken again when it ends.
+    bool m_released = false;
+    ReservedShortcuts m_reserved;
     QString m_pending;
     // A refusal stays until the next key press or the next recording.
     QString m_refusal;
