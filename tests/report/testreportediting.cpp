@@ -47,6 +47,8 @@ private Q_SLOTS:
     void newActivityIsListedOnceSaved();
     void mergeFromTheActionMenuAndUndoIt();
     void reportDeletionUndoneAndRedone();
+    void undoAndRedoHoldEachKeyOnce_data();
+    void undoAndRedoHoldEachKeyOnce();
 
 private:
     QString add(const QString &text, const QString &from, const QString &to);
@@ -276,6 +278,43 @@ void TestReportEditing::reportDeletionUndoneAndRedone()
     QTest::keyClick(m_window, Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
     QTRY_COMPARE(listedTexts(), QStringList { u"one"_s });
     QCOMPARE(deletionRecords(), QStringList { two });
+}
+
+void TestReportEditing::undoAndRedoHoldEachKeyOnce_data()
+{
+    QTest::addColumn<QList<QKeySequence>>("bindings");
+    QTest::addColumn<QKeySequence>("always");
+    QTest::addColumn<QList<QKeySequence>>("expected");
+    const QKeySequence ctrlZ(Qt::CTRL | Qt::Key_Z);
+    const QKeySequence ctrlShiftZ(Qt::CTRL | Qt::SHIFT | Qt::Key_Z);
+    const QKeySequence ctrlY(Qt::CTRL | Qt::Key_Y);
+    const QKeySequence altBackspace(Qt::ALT | Qt::Key_Backspace);
+    // Undo and Redo as the X11, Windows and KDE key schemes bind them.
+    QTest::newRow("X11 redo") << QList { ctrlShiftZ } << ctrlShiftZ << QList { ctrlShiftZ };
+    QTest::newRow("Windows redo") << QList { ctrlY, QKeySequence(Qt::ALT | Qt::SHIFT | Qt::Key_Backspace) }
+                                  << ctrlShiftZ
+                                  << QList { ctrlY, QKeySequence(Qt::ALT | Qt::SHIFT | Qt::Key_Backspace), ctrlShiftZ };
+    QTest::newRow("KDE redo") << QList { ctrlShiftZ, ctrlY } << ctrlShiftZ << QList { ctrlShiftZ, ctrlY };
+    QTest::newRow("Windows undo") << QList { ctrlZ, altBackspace } << ctrlZ << QList { ctrlZ, altBackspace };
+    QTest::newRow("none bound") << QList<QKeySequence>() << ctrlZ << QList { ctrlZ };
+}
+
+void TestReportEditing::undoAndRedoHoldEachKeyOnce()
+{
+    QFETCH(QList<QKeySequence>, bindings);
+    QFETCH(QKeySequence, always);
+    QFETCH(QList<QKeySequence>, expected);
+    QCOMPARE(ReportEditingController::withKey(bindings, always), expected);
+
+    // The actions themselves, with this platform's scheme: a key held twice is ambiguous and never fires.
+    QWidget window;
+    ReportEditingController editing(*m_store, *m_manager, window);
+    for (QAction *action : { editing.undoAction(), editing.redoAction() }) {
+        const QList<QKeySequence> keys = action->shortcuts();
+        QCOMPARE(QSet<QKeySequence>(keys.begin(), keys.end()).size(), keys.size());
+    }
+    QVERIFY(editing.undoAction()->shortcuts().contains(QKeySequence(Qt::CTRL | Qt::Key_Z)));
+    QVERIFY(editing.redoAction()->shortcuts().contains(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z)));
 }
 
 QTEST_MAIN(TestReportEditing)

@@ -7,6 +7,14 @@
 #include "gui/report/mergeactivitieswindowcontroller.h"
 #include "model/activitymanager.h"
 
+QList<QKeySequence> ReportEditingController::withKey(QList<QKeySequence> keys, const QKeySequence &always)
+{
+    // A key held twice makes Qt treat it as ambiguous, and then neither binding fires.
+    if (!keys.contains(always))
+        keys.append(always);
+    return keys;
+}
+
 ReportEditingController::ReportEditingController(Store &store, ActivityManager &activityManager, QWidget &window)
     : QObject(&window)
     , m_store(store)
@@ -17,10 +25,12 @@ ReportEditingController::ReportEditingController(Store &store, ActivityManager &
     , m_redoAction(new QAction(this))
 {
     m_undoAction->setObjectName(QStringLiteral("undoAction"));
-    m_undoAction->setShortcut(QKeySequence::Undo);
+    m_undoAction->setShortcuts(
+        withKey(QKeySequence::keyBindings(QKeySequence::Undo), QKeySequence(Qt::CTRL | Qt::Key_Z)));
     m_redoAction->setObjectName(QStringLiteral("redoAction"));
     // Ctrl+Shift+Z everywhere, not only where the desktop's redo key is Ctrl+Y.
-    m_redoAction->setShortcuts({ QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), QKeySequence::Redo });
+    m_redoAction->setShortcuts(
+        withKey(QKeySequence::keyBindings(QKeySequence::Redo), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z)));
     connect(m_undoAction, &QAction::triggered, this, &ReportEditingController::undo);
     connect(m_redoAction, &QAction::triggered, this, &ReportEditingController::redo);
     connect(&m_history, &ActivityUndoHistory::historyChanged, this, &ReportEditingController::updateActions);

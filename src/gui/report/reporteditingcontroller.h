@@ -2,6 +2,7 @@
 
 #include <expected>
 
+#include <QKeySequence>
 #include <QObject>
 #include <QPointer>
 #include <QStringList>
@@ -47,6 +48,9 @@ public:
     QAction *redoAction() const { return m_redoAction; }
     void undo();
     void redo();
+    // A standard key's bindings (QKeySequence::keyBindings, which follow the desktop's key scheme) plus
+    // `always` unless they already hold it.
+    static QList<QKeySequence> withKey(QList<QKeySequence> keys, const QKeySequence &always);
 
     // The sheet open over the report, or null.
     QDialog *sheet() const;
