@@ -51,7 +51,8 @@ private Q_SLOTS:
     void mergeJoinsIntoTheLatestStart_data();
     void mergeJoinsIntoTheLatestStart();
     void mergeRefusesMixedInvoicedUntilDecided();
-    void mergeOfActivitiesNoLongerStoredFailsToLoad();
+    void mergeRefusedWhenLoading_data();
+    void mergeRefusedWhenLoading();
 
     void editReachesTheStoreOnlyOnSave();
     void zeroLengthEditIsRefusedAndStaysOpen();
@@ -241,11 +242,31 @@ void TestActivityEditing::mergeRefusesMixedInvoicedUntilDecided()
     QCOMPARE(deletionRecords(), QStringList { older });
 }
 
-void TestActivityEditing::mergeOfActivitiesNoLongerStoredFailsToLoad()
+void TestActivityEditing::mergeRefusedWhenLoading_data()
 {
-    ActivityMerge merge(*m_store, { u"00000000-0000-0000-0000-000000000001"_s });
-    QCOMPARE(merge.loadError(), u"Failed to load data ..."_s);
+    QTest::addColumn<bool>("stored");
+    QTest::addColumn<int>("running");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("no longer stored") << false << -1 << u"Failed to load data ..."_s;
+    QTest::newRow("running one the survivor")
+        << true << 1 << u"The running activity cannot be merged; stop it first."_s;
+    QTest::newRow("running one the older") << true << 0 << u"The running activity cannot be merged; stop it first."_s;
+}
+
+void TestActivityEditing::mergeRefusedWhenLoading()
+{
+    QFETCH(bool, stored);
+    QFETCH(int, running);
+    QFETCH(QString, error);
+    const QStringList uids = stored
+        ? QStringList { add({ QTime(9, 0), 600, u"a"_s }), add({ QTime(11, 0), 600, u"b"_s }) }
+        : QStringList { u"00000000-0000-0000-0000-000000000001"_s };
+    const QStringList before = journal();
+    ActivityMerge merge(*m_store, uids, running < 0 ? QString() : uids.at(running));
+    QCOMPARE(merge.loadError(), error);
     QVERIFY(!merge.activity());
+    QVERIFY(!merge.save().value()); // nothing to save, no step
+    QCOMPARE(journal(), before);
 }
 
 void TestActivityEditing::editReachesTheStoreOnlyOnSave()

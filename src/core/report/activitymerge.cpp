@@ -10,9 +10,13 @@
 #include "model/storecontext.h"
 #include "report/activityeditor.h"
 
-ActivityMerge::ActivityMerge(Store &store, const QStringList &uids)
+ActivityMerge::ActivityMerge(Store &store, const QStringList &uids, const QString &runningUid)
     : m_context(store.newContext())
 {
+    if (!runningUid.isEmpty() && uids.contains(runningUid)) {
+        m_loadError = QStringLiteral("The running activity cannot be merged; stop it first.");
+        return;
+    }
     std::expected<QHash<QString, ActivityPtr>, BvError> found = m_context->activitiesWithUids(uids);
     if (!found || found->isEmpty()) {
         m_loadError = QStringLiteral("Failed to load data ...");

@@ -15,7 +15,8 @@
 MergeActivitiesWindowController::MergeActivitiesWindowController(
     Store &store, ActivityManager &activityManager, const QStringList &uids, int durationFormat, QWidget *parent)
     : QDialog(parent, Qt::Sheet)
-    , m_merge(std::make_unique<ActivityMerge>(store, uids))
+    , m_merge(std::make_unique<ActivityMerge>(
+          store, uids, activityManager.isTracking() ? activityManager.currentActivity()->uid() : QString()))
 {
     setObjectName(QStringLiteral("mergeActivitiesWindow"));
     setWindowModality(Qt::WindowModal);
