@@ -53,6 +53,7 @@ private Q_SLOTS:
     void mergeRefusesMixedInvoicedUntilDecided();
     void mergeRefusedWhenLoading_data();
     void mergeRefusedWhenLoading();
+    void undoneMergeLeavesOneDeletedElsewhereDeleted();
 
     void editReachesTheStoreOnlyOnSave();
     void zeroLengthEditIsRefusedAndStaysOpen();
@@ -267,6 +268,30 @@ void TestActivityEditing::mergeRefusedWhenLoading()
     QVERIFY(!merge.activity());
     QVERIFY(!merge.save().value()); // nothing to save, no step
     QCOMPARE(journal(), before);
+}
+
+void TestActivityEditing::undoneMergeLeavesOneDeletedElsewhereDeleted()
+{
+    const QString a = add({ QTime(9, 0), 600, u"a"_s });
+    const QString b = add({ QTime(10, 0), 600, u"b"_s });
+    const QString c = add({ QTime(11, 0), 600, u"c"_s });
+    const QStringList before = journal();
+    ActivityMerge merge(*m_store, { a, b, c });
+    {
+        // Deleted by a sync or in a terminal while the sheet was open.
+        auto context = m_store->newContext();
+        DeletedActivity::deleteActivity(*context->activityWithUid(a), *context);
+        QVERIFY(context->save());
+    }
+    const ActivityMerge::Result merged = merge.save();
+    QVERIFY(merged && *merged);
+    QCOMPARE((*merged)->entries().size(), 2);
+    m_clock.advance(1000);
+    QVERIFY((*merged)->undo(*m_store));
+    QStringList expected = before;
+    expected.removeIf([&a](const QString &row) { return row.startsWith(a); });
+    QCOMPARE(journal(), expected);
+    QCOMPARE(deletionRecords(), QStringList { a });
 }
 
 void TestActivityEditing::editReachesTheStoreOnlyOnSave()
