@@ -50,7 +50,8 @@ private Q_SLOTS:
     void mergeShowsTheTotalInTheReportsFormat_data();
     void mergeShowsTheTotalInTheReportsFormat();
     void mergeWantsTheInvoicedStateDecided();
-    void mergeOfVanishedActivitiesFailsToLoad();
+    void sheetsOfVanishedActivitiesFailToLoad_data();
+    void sheetsOfVanishedActivitiesFailToLoad();
 
     void undoRefusedWhenChangedElsewhere();
 
@@ -419,14 +420,33 @@ void TestEditingSheets::mergeWantsTheInvoicedStateDecided()
     QCOMPARE(sheet.savedChange()->kind(), ActivityChange::Kind::Merge);
 }
 
-void TestEditingSheets::mergeOfVanishedActivitiesFailsToLoad()
+void TestEditingSheets::sheetsOfVanishedActivitiesFailToLoad_data()
 {
-    MergeActivitiesWindowController sheet(
-        *m_store, *m_manager, { u"00000000-0000-0000-0000-000000000000"_s }, 0, m_report.get());
-    sheet.open();
-    QCOMPARE(sheet.findChild<QLabel *>(u"errorLabel"_s)->text(), u"Failed to load data ..."_s);
-    QVERIFY(!sheet.findChild<QPushButton *>(u"saveButton"_s)->isEnabled());
-    QVERIFY(sheet.findChild<QPushButton *>(u"cancelButton"_s)->isEnabled());
+    QTest::addColumn<bool>("merge");
+    QTest::newRow("edit") << false;
+    QTest::newRow("merge") << true;
+}
+
+void TestEditingSheets::sheetsOfVanishedActivitiesFailToLoad()
+{
+    QFETCH(bool, merge);
+    // Deleted by a sync or in a terminal after the report listed them.
+    const QString gone = u"00000000-0000-0000-0000-000000000000"_s;
+    std::unique_ptr<QDialog> sheet;
+    if (merge)
+        sheet = std::make_unique<MergeActivitiesWindowController>(
+            *m_store, *m_manager, QStringList { gone }, 0, m_report.get());
+    else
+        sheet = std::make_unique<EditActivityWindowController>(*m_store, *m_manager, gone, m_report.get());
+    sheet->open();
+    QCOMPARE(sheet->findChild<QLabel *>(u"errorLabel"_s)->text(), u"Failed to load data ..."_s);
+    QVERIFY(sheet->windowTitle() != u"New activity"_s);
+    QVERIFY(!sheet->findChild<QPushButton *>(u"saveButton"_s)->isEnabled());
+    QVERIFY(!sheet->findChild<ActivityTextView *>(u"textView"_s)->isEnabled());
+    QTest::mouseClick(sheet->findChild<QPushButton *>(u"cancelButton"_s), Qt::LeftButton);
+    QCOMPARE(sheet->result(), 0);
+    auto context = m_store->newContext();
+    QVERIFY(context->fetchActivities()->isEmpty());
 }
 
 void TestEditingSheets::undoRefusedWhenChangedElsewhere()

@@ -55,15 +55,18 @@ EditActivityWindowController::EditActivityWindowController(
     m_startPicker = makePicker(this, QStringLiteral("startPicker"), *store.clock());
     m_endPicker = makePicker(this, QStringLiteral("endPicker"), *store.clock());
     const ActivityPtr &activity = m_editor->activity();
-    m_startPicker->setDateTime(activity->timeFrom().toLocalTime());
-    m_endPicker->setDateTime(activity->timeTo().toLocalTime());
+    if (activity) {
+        m_startPicker->setDateTime(activity->timeFrom().toLocalTime());
+        m_endPicker->setDateTime(activity->timeTo().toLocalTime());
+    }
     m_shownStart = m_startPicker->dateTime();
     m_shownEnd = m_endPicker->dateTime();
 
     m_textView = new ActivityTextView(activityManager, this);
     m_textView->setObjectName(QStringLiteral("textView"));
     m_textView->setDefaultFont();
-    m_textView->setText(activity->text());
+    if (activity)
+        m_textView->setText(activity->text());
     m_textView->setMinimumHeight(m_textView->fontMetrics().lineSpacing() * 4);
 
     m_earlierActivitiesButton = new QToolButton(this);
@@ -116,6 +119,14 @@ EditActivityWindowController::EditActivityWindowController(
     auto *keys = new BvSheetKeys(*this, *m_textView);
     connect(keys, &BvSheetKeys::commandReturnPressed, this, &EditActivityWindowController::handleCMDEnter);
 
+    if (const std::optional<QString> failed = m_editor->loadError()) {
+        showError(*failed);
+        for (QWidget *input : std::initializer_list<QWidget *> {
+                 m_startPicker, m_endPicker, m_textView, m_earlierActivitiesButton, m_saveButton, m_deleteButton })
+            input->setEnabled(false);
+        m_cancelButton->setFocus();
+        return;
+    }
     if (!m_editor->isNewActivity())
         m_textView->setFocus();
 }
@@ -134,6 +145,8 @@ void EditActivityWindowController::saveActivity()
         m_editor->setTimeFrom(m_startPicker->dateTime());
     if (m_endPicker->dateTime() != m_shownEnd)
         m_editor->setTimeTo(m_endPicker->dateTime());
+    if (!m_editor->activity())
+        return;
     if (m_textView->text() != m_editor->activity()->text())
         m_editor->setText(m_textView->text());
     const ActivityEditor::Result result = m_editor->save();
