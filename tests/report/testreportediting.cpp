@@ -140,11 +140,10 @@ void TestReportEditing::rowOpensTheEditSheet_data()
 {
     QTest::addColumn<QString>("how");
     QTest::addColumn<bool>("running");
-    QTest::newRow("double-click") << u"double-click"_s << false;
+    QTest::newRow("double-click, saved and listed") << u"double-click"_s << false;
     QTest::newRow("Return") << u"Return"_s << false;
     QTest::newRow("edit button") << u"button"_s << false;
     QTest::newRow("Edit menu") << u"menu"_s << false;
-    QTest::newRow("double-click on the running activity") << u"double-click"_s << true;
     QTest::newRow("Return on the running activity") << u"Return"_s << true;
 }
 
@@ -162,8 +161,15 @@ void TestReportEditing::rowOpensTheEditSheet()
     activate();
     QCOMPARE(listedTexts().constFirst(), running ? u"running"_s : u"spec"_s);
     BvTableView &table = m_window->tableView();
+    auto *button = m_window->findChild<QToolButton *>(u"editActivityButton"_s);
+    auto *menuItem = m_window->findChild<QAction *>(u"editActivityAction"_s);
+    QVERIFY(!button->isEnabled());
+    QVERIFY(!menuItem->isEnabled());
     table.setFocus();
     table.selectOnlyRow(0);
+    // One rule for both: a selection whose first row is not being tracked.
+    QCOMPARE(button->isEnabled(), !running);
+    QCOMPARE(menuItem->isEnabled(), !running);
     if (how == u"double-click"_s) {
         const QRect cell = table.visualRect(m_window->model().index(0, ReportTableModel::FromColumn));
         // The first click of the two, then the second as the double-click.
@@ -172,12 +178,12 @@ void TestReportEditing::rowOpensTheEditSheet()
     } else if (how == u"Return"_s) {
         QTest::keyClick(&table, Qt::Key_Return);
     } else if (how == u"button"_s) {
-        QTest::mouseClick(m_window->findChild<QToolButton *>(u"editActivityButton"_s), Qt::LeftButton);
+        QTest::mouseClick(button, Qt::LeftButton);
     } else {
-        m_window->findChild<QAction *>(u"editActivityAction"_s)->trigger();
+        menuItem->trigger();
     }
     if (running) {
-        QTest::qWait(50);
+        // The key is handled before keyClick returns.
         QVERIFY(!m_window->editing()->sheet());
         return;
     }
@@ -186,6 +192,8 @@ void TestReportEditing::rowOpensTheEditSheet()
     QVERIFY(sheet->isVisible());
     auto *text = sheet->findChild<ActivityTextView *>(u"textView"_s);
     QCOMPARE(text->text(), u"spec"_s);
+    if (how != u"double-click"_s)
+        return;
     QTest::keyClick(text, Qt::Key_End);
     QTest::keyClicks(text, u" reviewed"_s);
     QTest::keyClick(text, Qt::Key_Return, Qt::ControlModifier);

@@ -34,6 +34,10 @@ ReportEditingController::ReportEditingController(Store &store, ActivityManager &
     connect(m_undoAction, &QAction::triggered, this, &ReportEditingController::undo);
     connect(m_redoAction, &QAction::triggered, this, &ReportEditingController::redo);
     connect(&m_history, &ActivityUndoHistory::historyChanged, this, &ReportEditingController::updateActions);
+    connect(
+        &m_activityManager, &ActivityManager::activityManagerStarted, this, &ReportEditingController::updateCanEdit);
+    connect(
+        &m_activityManager, &ActivityManager::activityManagerStopped, this, &ReportEditingController::updateCanEdit);
     updateActions();
 }
 
@@ -56,14 +60,32 @@ QDialog *ReportEditingController::sheet() const
 
 void ReportEditingController::editActivity(const QString &uid)
 {
-    if (sheet() || uid.isEmpty())
-        return;
-    if (m_activityManager.isTracking() && m_activityManager.currentActivity()->uid() == uid)
+    if (sheet() || uid.isEmpty() || isRunning(uid))
         return;
     m_editSheet = new EditActivityWindowController(m_store, m_activityManager, uid, &m_window);
     connect(m_editSheet, &QDialog::finished, this,
         [this, sheet = m_editSheet.data()](int result) { onSheetFinished(sheet, result); });
     m_editSheet->open();
+}
+
+void ReportEditingController::setSelectedUid(const QString &uid)
+{
+    m_selectedUid = uid;
+    updateCanEdit();
+}
+
+void ReportEditingController::updateCanEdit()
+{
+    const bool canEdit = !m_selectedUid.isEmpty() && !isRunning(m_selectedUid);
+    if (canEdit == m_canEdit)
+        return;
+    m_canEdit = canEdit;
+    Q_EMIT canEditChanged(canEdit);
+}
+
+bool ReportEditingController::isRunning(const QString &uid) const
+{
+    return m_activityManager.isTracking() && m_activityManager.currentActivity()->uid() == uid;
 }
 
 void ReportEditingController::newActivity()
