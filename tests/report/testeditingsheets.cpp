@@ -284,22 +284,39 @@ void TestEditingSheets::previousActivitiesMenu_data()
 {
     QTest::addColumn<QString>("recent");
     QTest::addColumn<QString>("title");
-    const QString fifty = u"@Acme "_s + QString(44, u'x');
-    const QString fiftyOne = fifty + u"y"_s;
-    QTest::newRow("none") << QString() << u"No previous activities!"_s;
-    QTest::newRow("50 characters shown whole") << fifty << fifty;
-    QTest::newRow("51 characters cut to 47 and ...") << fiftyOne << fiftyOne.left(47) + u"..."_s;
+    QTest::addColumn<QString>("how");
+    const QString fiftyOne = u"@Acme "_s + QString(44, u'x') + u"y"_s;
+    QTest::newRow("none, clicked") << QString() << u"No previous activities!"_s << u"click"_s;
+    QTest::newRow("none, Tab from the field and Space") << QString() << u"No previous activities!"_s << u"tab"_s;
+    QTest::newRow("51 characters cut to 47 and ..., Alt+Down in the field")
+        << fiftyOne << fiftyOne.left(47) + u"..."_s << u"alt-down"_s;
 }
 
 void TestEditingSheets::previousActivitiesMenu()
 {
     QFETCH(QString, recent);
     QFETCH(QString, title);
+    QFETCH(QString, how);
     if (!recent.isEmpty())
         add(recent, QDateTime(QDate(2024, 3, 12), QTime(8, 0), Qt::UTC), 600);
     EditActivityWindowController sheet(*m_store, *m_manager, std::nullopt, m_report.get());
     sheet.open();
-    QTest::mouseClick(sheet.findChild<QToolButton *>(u"earlierActivitiesButton"_s), Qt::LeftButton);
+    QVERIFY(QTest::qWaitForWindowActive(&sheet));
+    auto *button = sheet.findChild<QToolButton *>(u"earlierActivitiesButton"_s);
+    auto *field = sheet.findChild<ActivityTextView *>(u"textView"_s);
+    if (how == u"click"_s) {
+        QTest::mouseClick(button, Qt::LeftButton);
+    } else {
+        field->setFocus();
+        QTRY_VERIFY(field->hasFocus());
+        if (how == u"tab"_s) {
+            QTest::keyClick(field, Qt::Key_Tab);
+            QTRY_VERIFY(button->hasFocus());
+            QTest::keyClick(button, Qt::Key_Space);
+        } else {
+            QTest::keyClick(field, Qt::Key_Down, Qt::AltModifier);
+        }
+    }
     auto *menu = sheet.findChild<QMenu *>(u"previousActivitiesMenu"_s);
     QTRY_VERIFY(menu->isVisible());
     QCOMPARE(menu->title(), u"Previous activities"_s);
@@ -313,7 +330,7 @@ void TestEditingSheets::previousActivitiesMenu()
     items.constFirst()->trigger();
     menu->hide();
     // The whole text goes into the field, and is saved with the sheet.
-    QCOMPARE(sheet.findChild<ActivityTextView *>(u"textView"_s)->text(), recent);
+    QCOMPARE(field->text(), recent);
     sheet.findChild<QDateTimeEdit *>(u"startPicker"_s)->setDateTime(m_clock.now().addSecs(-60).toLocalTime());
     QTest::mouseClick(sheet.findChild<QPushButton *>(u"saveButton"_s), Qt::LeftButton);
     QVERIFY(sheet.savedChange());

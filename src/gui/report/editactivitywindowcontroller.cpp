@@ -9,6 +9,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QShortcut>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -73,12 +74,16 @@ EditActivityWindowController::EditActivityWindowController(
     m_earlierActivitiesButton->setObjectName(QStringLiteral("earlierActivitiesButton"));
     m_earlierActivitiesButton->setArrowType(Qt::DownArrow);
     m_earlierActivitiesButton->setToolTip(tr("Previous activities"));
-    m_earlierActivitiesButton->setFocusPolicy(Qt::NoFocus);
+    m_earlierActivitiesButton->setFocusPolicy(Qt::StrongFocus);
     m_recentMenu = new QMenu(tr("Previous activities"), this);
     m_recentMenu->setObjectName(QStringLiteral("previousActivitiesMenu"));
     connect(m_recentMenu, &QMenu::aboutToShow, this, &EditActivityWindowController::fillRecentActivitiesMenu);
     connect(
         m_earlierActivitiesButton, &QToolButton::clicked, this, &EditActivityWindowController::showRecentActivities);
+    // As a combo box opens its list.
+    auto *openRecent
+        = new QShortcut(QKeySequence(Qt::ALT | Qt::Key_Down), m_textView, nullptr, nullptr, Qt::WidgetShortcut);
+    connect(openRecent, &QShortcut::activated, this, &EditActivityWindowController::showRecentActivities);
 
     m_errorLabel = new QLabel(this);
     m_errorLabel->setObjectName(QStringLiteral("errorLabel"));
@@ -116,6 +121,8 @@ EditActivityWindowController::EditActivityWindowController(
     layout->addWidget(buttons);
     setMinimumWidth(420);
 
+    setTabOrder(m_endPicker, m_textView);
+    setTabOrder(m_textView, m_earlierActivitiesButton);
     auto *keys = new BvSheetKeys(*this, *m_textView);
     connect(keys, &BvSheetKeys::commandReturnPressed, this, &EditActivityWindowController::handleCMDEnter);
 
