@@ -164,11 +164,17 @@ void TestEditingSheets::zeroLengthIsShownAndTheSheetStaysOpen()
     auto *end = sheet.findChild<QDateTimeEdit *>(u"endPicker"_s);
     end->setDateTime(from.toLocalTime());
     auto *save = sheet.findChild<QPushButton *>(u"saveButton"_s);
+    auto *field = sheet.findChild<ActivityTextView *>(u"textView"_s);
+    QCoreApplication::sendPostedEvents();
+    const QRect placed = field->geometry();
     QTest::mouseClick(save, Qt::LeftButton);
 
     auto *error = sheet.findChild<QLabel *>(u"errorLabel"_s);
     QCOMPARE(error->text(), u"Duration must be atleast one second long"_s);
     QVERIFY(error->isVisible());
+    // The error line had its height already: nothing moved.
+    QCoreApplication::sendPostedEvents();
+    QCOMPARE(field->geometry(), placed);
     QVERIFY(sheet.isVisible());
     QCOMPARE(finished.count(), 0);
     QCOMPARE(stored(uid)->timeTo(), from.addSecs(600));

@@ -91,7 +91,8 @@ EditActivityWindowController::EditActivityWindowController(
     QPalette errorPalette = m_errorLabel->palette();
     errorPalette.setColor(QPalette::WindowText, Qt::red);
     m_errorLabel->setPalette(errorPalette);
-    m_errorLabel->hide();
+    // Its line is there before there is an error to show, so that the sheet does not jump when one comes.
+    m_errorLabel->setMinimumHeight(m_errorLabel->fontMetrics().lineSpacing());
 
     auto *buttons = new QDialogButtonBox(this);
     m_saveButton = buttons->addButton(tr("Save"), QDialogButtonBox::AcceptRole);
@@ -245,5 +246,4 @@ void EditActivityWindowController::handleCMDEnter()
 void EditActivityWindowController::showError(const QString &text)
 {
     m_errorLabel->setText(text);
-    m_errorLabel->setVisible(!text.isEmpty());
 }

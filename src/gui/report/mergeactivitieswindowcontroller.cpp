@@ -36,7 +36,8 @@ MergeActivitiesWindowController::MergeActivitiesWindowController(
     QPalette errorPalette = m_errorLabel->palette();
     errorPalette.setColor(QPalette::WindowText, Qt::red);
     m_errorLabel->setPalette(errorPalette);
-    m_errorLabel->hide();
+    // Its line is there before there is an error to show, so that the sheet does not jump when one comes.
+    m_errorLabel->setMinimumHeight(m_errorLabel->fontMetrics().lineSpacing());
 
     auto *buttons = new QDialogButtonBox(this);
     m_saveButton = buttons->addButton(tr("Merge"), QDialogButtonBox::AcceptRole);
@@ -144,5 +145,4 @@ void MergeActivitiesWindowController::handleCMDEnter()
 void MergeActivitiesWindowController::showError(const QString &text)
 {
     m_errorLabel->setText(text);
-    m_errorLabel->setVisible(!text.isEmpty());
 }
