@@ -47,11 +47,10 @@ private Q_SLOTS:
     void commandReturnSavesWithoutStartingTracking_data();
     void commandReturnSavesWithoutStartingTracking();
 
-    void mergeShowsTheTotalInTheReportsFormat_data();
     void mergeShowsTheTotalInTheReportsFormat();
     void mergeWantsTheInvoicedStateDecided();
-    void sheetsOfVanishedActivitiesFailToLoad_data();
-    void sheetsOfVanishedActivitiesFailToLoad();
+    void sheetsThatCannotLoad_data();
+    void sheetsThatCannotLoad();
 
     void undoRefusedWhenChangedElsewhere();
 
@@ -261,7 +260,7 @@ void TestEditingSheets::deleteAsksFirst()
     sheet.open();
     auto *deleteButton = sheet.findChild<QPushButton *>(u"deleteButton"_s);
 
-    for (const QString answer : { u"noButton"_s, u"yesButton"_s }) {
+    for (const QString &answer : { u"noButton"_s, u"yesButton"_s }) {
         QTest::mouseClick(deleteButton, Qt::LeftButton);
         QMessageBox *alert = nullptr;
         QTRY_VERIFY((alert = sheet.findChild<QMessageBox *>(u"deleteActivityAlert"_s)) && alert->isVisible());
@@ -384,25 +383,16 @@ void TestEditingSheets::commandReturnSavesWithoutStartingTracking()
     QCOMPARE(started.count(), 0);
 }
 
-void TestEditingSheets::mergeShowsTheTotalInTheReportsFormat_data()
-{
-    QTest::addColumn<int>("format");
-    QTest::addColumn<QString>("label");
-    QTest::newRow("formatted") << 0 << u"Total duration: 00:30:00"_s;
-    QTest::newRow("decimal hours") << 2 << u"Total duration: 0.5000"_s;
-}
-
 void TestEditingSheets::mergeShowsTheTotalInTheReportsFormat()
 {
-    QFETCH(int, format);
-    QFETCH(QString, label);
-    const QString older = add(u"Fix bug"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
-    const QString newer = add(u" fix   BUG "_s, QDateTime(QDate(2024, 3, 12), QTime(11, 0), Qt::UTC), 1200);
-    MergeActivitiesWindowController sheet(*m_store, *m_manager, { older, newer }, format, m_report.get());
+    const QString older = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
+    const QString newer = add(u"review"_s, QDateTime(QDate(2024, 3, 12), QTime(11, 0), Qt::UTC), 1200);
+    // Decimal hours, as the report shows them.
+    MergeActivitiesWindowController sheet(*m_store, *m_manager, { older, newer }, 2, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
-    QCOMPARE(sheet.findChild<QLabel *>(u"durationLabel"_s)->text(), label);
-    QCOMPARE(sheet.findChild<ActivityTextView *>(u"textView"_s)->text(), u" fix   BUG "_s);
+    QCOMPARE(sheet.findChild<QLabel *>(u"durationLabel"_s)->text(), u"Total duration: 0.5000"_s);
+    QCOMPARE(sheet.findChild<ActivityTextView *>(u"textView"_s)->text(), u"review\n\nspec"_s);
     auto *invoiced = sheet.findChild<QCheckBox *>(u"isInvoicedCb"_s);
     QCOMPARE(invoiced->checkState(), Qt::Unchecked);
     // Both agree, so the box has no mixed state to offer: one click invoices, the next does not.
@@ -411,10 +401,7 @@ void TestEditingSheets::mergeShowsTheTotalInTheReportsFormat()
     QTest::keyClick(sheet.findChild<ActivityTextView *>(u"textView"_s), Qt::Key_Enter, Qt::ControlModifier);
     QCOMPARE(finished.count(), 1);
     QCOMPARE(finished.first().first().toInt(), 1);
-    const ActivityPtr survivor = stored(newer);
-    QCOMPARE(survivor->timeFrom(), QDateTime(QDate(2024, 3, 12), QTime(10, 50), Qt::UTC));
-    QCOMPARE(survivor->timeTo(), QDateTime(QDate(2024, 3, 12), QTime(11, 20), Qt::UTC));
-    QVERIFY(!stored(older));
+    QCOMPARE(sheet.savedChange()->kind(), ActivityChange::Kind::Merge);
 }
 
 void TestEditingSheets::mergeWantsTheInvoicedStateDecided()
@@ -443,33 +430,37 @@ void TestEditingSheets::mergeWantsTheInvoicedStateDecided()
     QCOMPARE(sheet.savedChange()->kind(), ActivityChange::Kind::Merge);
 }
 
-void TestEditingSheets::sheetsOfVanishedActivitiesFailToLoad_data()
+void TestEditingSheets::sheetsThatCannotLoad_data()
 {
     QTest::addColumn<bool>("merge");
-    QTest::newRow("edit") << false;
-    QTest::newRow("merge") << true;
+    QTest::addColumn<QString>("error");
+    QTest::newRow("edit of one deleted since the report listed it") << false << u"Failed to load data ..."_s;
+    QTest::newRow("merge with the running activity")
+        << true << u"The running activity cannot be merged; stop it first."_s;
 }
 
-void TestEditingSheets::sheetsOfVanishedActivitiesFailToLoad()
+void TestEditingSheets::sheetsThatCannotLoad()
 {
     QFETCH(bool, merge);
-    // Deleted by a sync or in a terminal after the report listed them.
-    const QString gone = u"00000000-0000-0000-0000-000000000000"_s;
+    QFETCH(QString, error);
     std::unique_ptr<QDialog> sheet;
-    if (merge)
+    if (merge) {
+        const QString older = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
+        QCOMPARE(m_manager->startTrack(u"review"_s), QString());
         sheet = std::make_unique<MergeActivitiesWindowController>(
-            *m_store, *m_manager, QStringList { gone }, 0, m_report.get());
-    else
-        sheet = std::make_unique<EditActivityWindowController>(*m_store, *m_manager, gone, m_report.get());
+            *m_store, *m_manager, QStringList { older, m_manager->currentActivity()->uid() }, 0, m_report.get());
+    } else {
+        sheet = std::make_unique<EditActivityWindowController>(
+            *m_store, *m_manager, u"00000000-0000-0000-0000-000000000000"_s, m_report.get());
+    }
     sheet->open();
-    QCOMPARE(sheet->findChild<QLabel *>(u"errorLabel"_s)->text(), u"Failed to load data ..."_s);
+    QCOMPARE(sheet->findChild<QLabel *>(u"errorLabel"_s)->text(), error);
     QVERIFY(sheet->windowTitle() != u"New activity"_s);
     QVERIFY(!sheet->findChild<QPushButton *>(u"saveButton"_s)->isEnabled());
     QVERIFY(!sheet->findChild<ActivityTextView *>(u"textView"_s)->isEnabled());
     QTest::mouseClick(sheet->findChild<QPushButton *>(u"cancelButton"_s), Qt::LeftButton);
     QCOMPARE(sheet->result(), 0);
-    auto context = m_store->newContext();
-    QVERIFY(context->fetchActivities()->isEmpty());
+    QCOMPARE(m_store->newContext()->fetchActivities()->size(), merge ? 2 : 0);
 }
 
 void TestEditingSheets::undoRefusedWhenChangedElsewhere()
