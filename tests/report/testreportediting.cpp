@@ -200,6 +200,8 @@ void TestReportEditing::rowOpensTheEditSheet()
     QTRY_VERIFY(!m_window->editing()->sheet());
     // The list follows the store.
     QTRY_COMPARE(listedTexts(), (QStringList { u"spec reviewed"_s, u"older"_s }));
+    // And so does the main window's recent menu, which the same manager fills.
+    QCOMPARE(m_manager->recentActivities().constFirst().text(), u"spec reviewed"_s);
 }
 
 void TestReportEditing::newActivityIsListedOnceSaved()
