@@ -1,9 +1,34 @@
 #include "cli/mergecommand.h"
 
+#include "cli/appclient.h"
 #include "cli/uidprefix.h"
 #include "model/store.h"
 #include "model/storecontext.h"
 #include "report/activitymerge.h"
+
+namespace {
+
+// The uid among `uids` of the activity the running app tracks, if any: the app stores it when it starts,
+// and it is the one that started at the tracked second with the tracked text.
+QString runningUid(Store &store, const QStringList &uids, CliEnvironment &environment)
+{
+    AppClient app(AppClient::busFor(environment));
+    if (!app.isAppRunning())
+        return {};
+    const auto status = app.status();
+    if (!status || !status->tracking)
+        return {};
+    const auto found = store.newContext()->activitiesWithUids(uids);
+    if (!found)
+        return {};
+    for (const ActivityPtr &activity : *found) {
+        if (activity->timeFrom().toSecsSinceEpoch() == status->startSecs && activity->text() == status->text)
+            return activity->uid();
+    }
+    return {};
+}
+
+} // namespace
 
 int MergeCommand::run(const QStringList &arguments, CliEnvironment &environment)
 {
@@ -49,7 +74,7 @@ int MergeCommand::run(const QStringList &arguments, CliEnvironment &environment)
     if (uids.size() < 2)
         return fail(environment, QStringLiteral("Give at least two different activities to merge."));
 
-    ActivityMerge merge(*store, uids);
+    ActivityMerge merge(*store, uids, runningUid(*store, uids, environment));
     if (const std::optional<QString> failed = merge.loadError())
         return fail(environment, *failed);
     if (merge.originalActivities().size() != uids.size())

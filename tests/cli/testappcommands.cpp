@@ -8,6 +8,7 @@
 
 #include "app/inprocessapp.h"
 #include "cli/commandline.h"
+#include "model/storecontext.h"
 
 using namespace Qt::StringLiterals;
 
@@ -33,6 +34,7 @@ private Q_SLOTS:
     void followPrintsEveryChangeUntilInterrupted();
     void syncHandsTheRunToTheApp_data();
     void syncHandsTheRunToTheApp();
+    void mergeLeavesTheTrackedActivityAlone();
 
 private:
     void makeApp(const InProcessApp::Options &options = {}, bool registered = true);
@@ -333,6 +335,24 @@ void TestAppCommands::syncHandsTheRunToTheApp()
     QCOMPARE(m_err, err);
     // The run is the app's, so its status bar shows it; with sync off there is none.
     QCOMPARE(runs.size(), withFolder ? 2 : 0);
+}
+
+void TestAppCommands::mergeLeavesTheTrackedActivityAlone()
+{
+    makeApp();
+    auto context = m_app->store->newContext();
+    ActivityPtr earlier = context->insertActivity();
+    earlier->setText(u"@Acme spec"_s);
+    earlier->setTimeFrom(m_app->clock.now().addSecs(-3600));
+    earlier->setTimeTo(m_app->clock.now().addSecs(-1800));
+    QVERIFY(context->save());
+    QCOMPARE(m_app->service->StartTrack(u"@Acme review"_s), QString());
+    const QString running = m_app->activityManager->currentActivity()->uid();
+
+    QCOMPARE(run({ u"merge"_s, earlier->uid(), running }), 1);
+    QCOMPARE(m_err, u"The running activity cannot be merged; stop it first.\n"_s);
+    QVERIFY(m_app->activityManager->isTracking());
+    QVERIFY(m_app->store->newContext()->activityWithUid(earlier->uid()).value());
 }
 
 QTEST_GUILESS_MAIN(TestAppCommands)

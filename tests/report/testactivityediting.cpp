@@ -50,18 +50,16 @@ private Q_SLOTS:
     void getTextHash();
     void mergeJoinsIntoTheLatestStart_data();
     void mergeJoinsIntoTheLatestStart();
-    void mergeRefusesMixedInvoicedUntilDecided();
-    void mergeOfActivitiesNoLongerStoredFailsToLoad();
+    void mergeRefusedWhenLoading_data();
+    void mergeRefusedWhenLoading();
+    void undoneMergeLeavesOneDeletedElsewhereDeleted();
 
     void editReachesTheStoreOnlyOnSave();
-    void zeroLengthEditIsRefusedAndStaysOpen();
     void newActivityIsAddedOnSave();
-    void deleteFromTheSheetDropsEditsAndRecordsTheDeletion();
 
     void undoAndRedoEachStep_data();
     void undoAndRedoEachStep();
     void undoneDeleteWinsOverAnAlreadySyncedDeletion();
-    void stepChangedElsewhereIsRefusedAndDropped();
 
 private:
     QString add(const Seed &seed);
@@ -222,30 +220,55 @@ void TestActivityEditing::mergeJoinsIntoTheLatestStart()
     QCOMPARE(deletionRecords(), away);
 }
 
-void TestActivityEditing::mergeRefusesMixedInvoicedUntilDecided()
+void TestActivityEditing::mergeRefusedWhenLoading_data()
 {
-    const QString older = add({ QTime(9, 0), 600, u"a"_s, true });
-    const QString newer = add({ QTime(11, 0), 600, u"b"_s, false });
-    const QStringList before = journal();
-
-    ActivityMerge merge(*m_store, { older, newer });
-    QCOMPARE(merge.invoicedState(), ActivityMerge::Mixed);
-    QVERIFY(merge.offersMixedState());
-    QCOMPARE(refusal(merge.save()), u"Please specify invoiced status"_s);
-    QCOMPARE(journal(), before);
-    QVERIFY(deletionRecords().isEmpty());
-
-    merge.setInvoicedState(ActivityMerge::Invoiced);
-    QVERIFY(merge.save());
-    QVERIFY(stored(newer)->isInvoiced());
-    QCOMPARE(deletionRecords(), QStringList { older });
+    QTest::addColumn<bool>("stored");
+    QTest::addColumn<int>("running");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("no longer stored") << false << -1 << u"Failed to load data ..."_s;
+    QTest::newRow("running one the survivor")
+        << true << 1 << u"The running activity cannot be merged; stop it first."_s;
+    QTest::newRow("running one the older") << true << 0 << u"The running activity cannot be merged; stop it first."_s;
 }
 
-void TestActivityEditing::mergeOfActivitiesNoLongerStoredFailsToLoad()
+void TestActivityEditing::mergeRefusedWhenLoading()
 {
-    ActivityMerge merge(*m_store, { u"00000000-0000-0000-0000-000000000001"_s });
-    QCOMPARE(merge.loadError(), u"Failed to load data ..."_s);
+    QFETCH(bool, stored);
+    QFETCH(int, running);
+    QFETCH(QString, error);
+    const QStringList uids = stored
+        ? QStringList { add({ QTime(9, 0), 600, u"a"_s }), add({ QTime(11, 0), 600, u"b"_s }) }
+        : QStringList { u"00000000-0000-0000-0000-000000000001"_s };
+    const QStringList before = journal();
+    ActivityMerge merge(*m_store, uids, running < 0 ? QString() : uids.at(running));
+    QCOMPARE(merge.loadError(), error);
     QVERIFY(!merge.activity());
+    QVERIFY(!merge.save().value()); // nothing to save, no step
+    QCOMPARE(journal(), before);
+}
+
+void TestActivityEditing::undoneMergeLeavesOneDeletedElsewhereDeleted()
+{
+    const QString a = add({ QTime(9, 0), 600, u"a"_s });
+    const QString b = add({ QTime(10, 0), 600, u"b"_s });
+    const QString c = add({ QTime(11, 0), 600, u"c"_s });
+    const QStringList before = journal();
+    ActivityMerge merge(*m_store, { a, b, c });
+    {
+        // Deleted by a sync or in a terminal while the sheet was open.
+        auto context = m_store->newContext();
+        DeletedActivity::deleteActivity(*context->activityWithUid(a), *context);
+        QVERIFY(context->save());
+    }
+    const ActivityMerge::Result merged = merge.save();
+    QVERIFY(merged && *merged);
+    QCOMPARE((*merged)->entries().size(), 2);
+    m_clock.advance(1000);
+    QVERIFY((*merged)->undo(*m_store));
+    QStringList expected = before;
+    expected.removeIf([&a](const QString &row) { return row.startsWith(a); });
+    QCOMPARE(journal(), expected);
+    QCOMPARE(deletionRecords(), QStringList { a });
 }
 
 void TestActivityEditing::editReachesTheStoreOnlyOnSave()
@@ -276,23 +299,6 @@ void TestActivityEditing::editReachesTheStoreOnlyOnSave()
     QCOMPARE(activity->modifiedAt(), m_clock.now());
 }
 
-void TestActivityEditing::zeroLengthEditIsRefusedAndStaysOpen()
-{
-    const QString uid = add({ QTime(9, 0), 600, u"spec"_s });
-    const QStringList before = journal();
-    ActivityEditor editor(*m_store, uid);
-    editor.setText(u"changed"_s);
-    editor.setTimeTo(at(QTime(9, 0)).addMSecs(900)); // truncated to the same second as the start
-    QCOMPARE(refusal(editor.save()), u"Duration must be atleast one second long"_s);
-    QCOMPARE(journal(), before);
-
-    // The unit keeps the user's changes: correcting the end is enough.
-    editor.setTimeTo(at(QTime(9, 0, 1)));
-    QVERIFY(editor.save());
-    QCOMPARE(stored(uid)->text(), u"changed"_s);
-    QCOMPARE(stored(uid)->durationSecs(), 1);
-}
-
 void TestActivityEditing::newActivityIsAddedOnSave()
 {
     ActivityEditor editor(*m_store, std::nullopt);
@@ -313,26 +319,6 @@ void TestActivityEditing::newActivityIsAddedOnSave()
     QVERIFY(activity);
     QCOMPARE(activity->project()->name(), u"Acme"_s);
     QCOMPARE(activity->durationSecs(), 3600);
-}
-
-void TestActivityEditing::deleteFromTheSheetDropsEditsAndRecordsTheDeletion()
-{
-    const QString uid = add({ QTime(9, 0), 600, u"spec"_s });
-    const QString other = add({ QTime(10, 0), 600, u"other"_s });
-    ActivityEditor editor(*m_store, uid);
-    editor.setTimeTo(at(QTime(9, 0))); // would be refused if it were saved
-    const ActivityEditor::Result deleted = editor.deleteActivity();
-    QVERIFY(deleted && *deleted);
-    QCOMPARE(deleted->value().kind(), ActivityChange::Kind::Delete);
-    QVERIFY(!stored(uid));
-    QVERIFY(stored(other));
-    QCOMPARE(deletionRecords(), QStringList { uid });
-
-    // A new activity has nothing stored to delete: the sheet only closes.
-    ActivityEditor fresh(*m_store, std::nullopt);
-    const ActivityEditor::Result closed = fresh.deleteActivity();
-    QVERIFY(closed && !*closed);
-    QCOMPARE(journal().size(), 1);
 }
 
 void TestActivityEditing::undoAndRedoEachStep_data()
@@ -431,35 +417,6 @@ void TestActivityEditing::undoneDeleteWinsOverAnAlreadySyncedDeletion()
     QVERIFY(deletionRecords().isEmpty());
     // Other machines keep the deletion only for activities not modified after its second.
     QCOMPARE(restored->modifiedAt(), QDateTime::fromSecsSinceEpoch(deletedAt.toSecsSinceEpoch() + 1, Qt::UTC));
-}
-
-void TestActivityEditing::stepChangedElsewhereIsRefusedAndDropped()
-{
-    const QString uid = add({ QTime(9, 0), 600, u"spec"_s });
-    ActivityUndoHistory history(*m_store);
-    ActivityEditor first(*m_store, uid);
-    first.setText(u"first"_s);
-    history.record(*first.save().value());
-    ActivityEditor second(*m_store, uid);
-    second.setText(u"second"_s);
-    history.record(*second.save().value());
-    {
-        // brimvale edit in a terminal, or a sync.
-        auto context = m_store->newContext();
-        (*context->activityWithUid(uid))->setText(u"elsewhere"_s);
-        QVERIFY(context->save());
-    }
-    const QStringList before = journal();
-    const std::expected<void, BvError> refused = history.undo();
-    QVERIFY(!refused);
-    QCOMPARE(refused.error().code(), ActivityChange::ChangedElsewhereCode);
-    QCOMPARE(journal(), before);
-    // The refused step is gone; the one under it is refused the same way, since it saw "first".
-    QCOMPARE(history.undoTitle(), u"Edit Activity"_s);
-    QVERIFY(!history.undo());
-    QVERIFY(!history.canUndo());
-    QVERIFY(!history.canRedo());
-    QCOMPARE(stored(uid)->text(), u"elsewhere"_s);
 }
 
 QTEST_GUILESS_MAIN(TestActivityEditing)

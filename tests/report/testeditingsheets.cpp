@@ -47,10 +47,10 @@ private Q_SLOTS:
     void commandReturnSavesWithoutStartingTracking_data();
     void commandReturnSavesWithoutStartingTracking();
 
-    void mergeShowsTheTotalInTheReportsFormat_data();
     void mergeShowsTheTotalInTheReportsFormat();
     void mergeWantsTheInvoicedStateDecided();
-    void mergeOfVanishedActivitiesFailsToLoad();
+    void sheetsThatCannotLoad_data();
+    void sheetsThatCannotLoad();
 
     void undoRefusedWhenChangedElsewhere();
 
@@ -163,11 +163,17 @@ void TestEditingSheets::zeroLengthIsShownAndTheSheetStaysOpen()
     auto *end = sheet.findChild<QDateTimeEdit *>(u"endPicker"_s);
     end->setDateTime(from.toLocalTime());
     auto *save = sheet.findChild<QPushButton *>(u"saveButton"_s);
+    auto *field = sheet.findChild<ActivityTextView *>(u"textView"_s);
+    QCoreApplication::sendPostedEvents();
+    const QRect placed = field->geometry();
     QTest::mouseClick(save, Qt::LeftButton);
 
     auto *error = sheet.findChild<QLabel *>(u"errorLabel"_s);
     QCOMPARE(error->text(), u"Duration must be atleast one second long"_s);
     QVERIFY(error->isVisible());
+    // The error line had its height already: nothing moved.
+    QCoreApplication::sendPostedEvents();
+    QCOMPARE(field->geometry(), placed);
     QVERIFY(sheet.isVisible());
     QCOMPARE(finished.count(), 0);
     QCOMPARE(stored(uid)->timeTo(), from.addSecs(600));
@@ -254,7 +260,7 @@ void TestEditingSheets::deleteAsksFirst()
     sheet.open();
     auto *deleteButton = sheet.findChild<QPushButton *>(u"deleteButton"_s);
 
-    for (const QString answer : { u"noButton"_s, u"yesButton"_s }) {
+    for (const QString &answer : { u"noButton"_s, u"yesButton"_s }) {
         QTest::mouseClick(deleteButton, Qt::LeftButton);
         QMessageBox *alert = nullptr;
         QTRY_VERIFY((alert = sheet.findChild<QMessageBox *>(u"deleteActivityAlert"_s)) && alert->isVisible());
@@ -283,22 +289,39 @@ void TestEditingSheets::previousActivitiesMenu_data()
 {
     QTest::addColumn<QString>("recent");
     QTest::addColumn<QString>("title");
-    const QString fifty = u"@Acme "_s + QString(44, u'x');
-    const QString fiftyOne = fifty + u"y"_s;
-    QTest::newRow("none") << QString() << u"No previous activities!"_s;
-    QTest::newRow("50 characters shown whole") << fifty << fifty;
-    QTest::newRow("51 characters cut to 47 and ...") << fiftyOne << fiftyOne.left(47) + u"..."_s;
+    QTest::addColumn<QString>("how");
+    const QString fiftyOne = u"@Acme "_s + QString(44, u'x') + u"y"_s;
+    QTest::newRow("none, clicked") << QString() << u"No previous activities!"_s << u"click"_s;
+    QTest::newRow("none, Tab from the field and Space") << QString() << u"No previous activities!"_s << u"tab"_s;
+    QTest::newRow("51 characters cut to 47 and ..., Alt+Down in the field")
+        << fiftyOne << fiftyOne.left(47) + u"..."_s << u"alt-down"_s;
 }
 
 void TestEditingSheets::previousActivitiesMenu()
 {
     QFETCH(QString, recent);
     QFETCH(QString, title);
+    QFETCH(QString, how);
     if (!recent.isEmpty())
         add(recent, QDateTime(QDate(2024, 3, 12), QTime(8, 0), Qt::UTC), 600);
     EditActivityWindowController sheet(*m_store, *m_manager, std::nullopt, m_report.get());
     sheet.open();
-    QTest::mouseClick(sheet.findChild<QToolButton *>(u"earlierActivitiesButton"_s), Qt::LeftButton);
+    QVERIFY(QTest::qWaitForWindowActive(&sheet));
+    auto *button = sheet.findChild<QToolButton *>(u"earlierActivitiesButton"_s);
+    auto *field = sheet.findChild<ActivityTextView *>(u"textView"_s);
+    if (how == u"click"_s) {
+        QTest::mouseClick(button, Qt::LeftButton);
+    } else {
+        field->setFocus();
+        QTRY_VERIFY(field->hasFocus());
+        if (how == u"tab"_s) {
+            QTest::keyClick(field, Qt::Key_Tab);
+            QTRY_VERIFY(button->hasFocus());
+            QTest::keyClick(button, Qt::Key_Space);
+        } else {
+            QTest::keyClick(field, Qt::Key_Down, Qt::AltModifier);
+        }
+    }
     auto *menu = sheet.findChild<QMenu *>(u"previousActivitiesMenu"_s);
     QTRY_VERIFY(menu->isVisible());
     QCOMPARE(menu->title(), u"Previous activities"_s);
@@ -312,7 +335,7 @@ void TestEditingSheets::previousActivitiesMenu()
     items.constFirst()->trigger();
     menu->hide();
     // The whole text goes into the field, and is saved with the sheet.
-    QCOMPARE(sheet.findChild<ActivityTextView *>(u"textView"_s)->text(), recent);
+    QCOMPARE(field->text(), recent);
     sheet.findChild<QDateTimeEdit *>(u"startPicker"_s)->setDateTime(m_clock.now().addSecs(-60).toLocalTime());
     QTest::mouseClick(sheet.findChild<QPushButton *>(u"saveButton"_s), Qt::LeftButton);
     QVERIFY(sheet.savedChange());
@@ -360,25 +383,16 @@ void TestEditingSheets::commandReturnSavesWithoutStartingTracking()
     QCOMPARE(started.count(), 0);
 }
 
-void TestEditingSheets::mergeShowsTheTotalInTheReportsFormat_data()
-{
-    QTest::addColumn<int>("format");
-    QTest::addColumn<QString>("label");
-    QTest::newRow("formatted") << 0 << u"Total duration: 00:30:00"_s;
-    QTest::newRow("decimal hours") << 2 << u"Total duration: 0.5000"_s;
-}
-
 void TestEditingSheets::mergeShowsTheTotalInTheReportsFormat()
 {
-    QFETCH(int, format);
-    QFETCH(QString, label);
-    const QString older = add(u"Fix bug"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
-    const QString newer = add(u" fix   BUG "_s, QDateTime(QDate(2024, 3, 12), QTime(11, 0), Qt::UTC), 1200);
-    MergeActivitiesWindowController sheet(*m_store, *m_manager, { older, newer }, format, m_report.get());
+    const QString older = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
+    const QString newer = add(u"review"_s, QDateTime(QDate(2024, 3, 12), QTime(11, 0), Qt::UTC), 1200);
+    // Decimal hours, as the report shows them.
+    MergeActivitiesWindowController sheet(*m_store, *m_manager, { older, newer }, 2, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
-    QCOMPARE(sheet.findChild<QLabel *>(u"durationLabel"_s)->text(), label);
-    QCOMPARE(sheet.findChild<ActivityTextView *>(u"textView"_s)->text(), u" fix   BUG "_s);
+    QCOMPARE(sheet.findChild<QLabel *>(u"durationLabel"_s)->text(), u"Total duration: 0.5000"_s);
+    QCOMPARE(sheet.findChild<ActivityTextView *>(u"textView"_s)->text(), u"review\n\nspec"_s);
     auto *invoiced = sheet.findChild<QCheckBox *>(u"isInvoicedCb"_s);
     QCOMPARE(invoiced->checkState(), Qt::Unchecked);
     // Both agree, so the box has no mixed state to offer: one click invoices, the next does not.
@@ -387,10 +401,7 @@ void TestEditingSheets::mergeShowsTheTotalInTheReportsFormat()
     QTest::keyClick(sheet.findChild<ActivityTextView *>(u"textView"_s), Qt::Key_Enter, Qt::ControlModifier);
     QCOMPARE(finished.count(), 1);
     QCOMPARE(finished.first().first().toInt(), 1);
-    const ActivityPtr survivor = stored(newer);
-    QCOMPARE(survivor->timeFrom(), QDateTime(QDate(2024, 3, 12), QTime(10, 50), Qt::UTC));
-    QCOMPARE(survivor->timeTo(), QDateTime(QDate(2024, 3, 12), QTime(11, 20), Qt::UTC));
-    QVERIFY(!stored(older));
+    QCOMPARE(sheet.savedChange()->kind(), ActivityChange::Kind::Merge);
 }
 
 void TestEditingSheets::mergeWantsTheInvoicedStateDecided()
@@ -419,14 +430,37 @@ void TestEditingSheets::mergeWantsTheInvoicedStateDecided()
     QCOMPARE(sheet.savedChange()->kind(), ActivityChange::Kind::Merge);
 }
 
-void TestEditingSheets::mergeOfVanishedActivitiesFailsToLoad()
+void TestEditingSheets::sheetsThatCannotLoad_data()
 {
-    MergeActivitiesWindowController sheet(
-        *m_store, *m_manager, { u"00000000-0000-0000-0000-000000000000"_s }, 0, m_report.get());
-    sheet.open();
-    QCOMPARE(sheet.findChild<QLabel *>(u"errorLabel"_s)->text(), u"Failed to load data ..."_s);
-    QVERIFY(!sheet.findChild<QPushButton *>(u"saveButton"_s)->isEnabled());
-    QVERIFY(sheet.findChild<QPushButton *>(u"cancelButton"_s)->isEnabled());
+    QTest::addColumn<bool>("merge");
+    QTest::addColumn<QString>("error");
+    QTest::newRow("edit of one deleted since the report listed it") << false << u"Failed to load data ..."_s;
+    QTest::newRow("merge with the running activity")
+        << true << u"The running activity cannot be merged; stop it first."_s;
+}
+
+void TestEditingSheets::sheetsThatCannotLoad()
+{
+    QFETCH(bool, merge);
+    QFETCH(QString, error);
+    std::unique_ptr<QDialog> sheet;
+    if (merge) {
+        const QString older = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
+        QCOMPARE(m_manager->startTrack(u"review"_s), QString());
+        sheet = std::make_unique<MergeActivitiesWindowController>(
+            *m_store, *m_manager, QStringList { older, m_manager->currentActivity()->uid() }, 0, m_report.get());
+    } else {
+        sheet = std::make_unique<EditActivityWindowController>(
+            *m_store, *m_manager, u"00000000-0000-0000-0000-000000000000"_s, m_report.get());
+    }
+    sheet->open();
+    QCOMPARE(sheet->findChild<QLabel *>(u"errorLabel"_s)->text(), error);
+    QVERIFY(sheet->windowTitle() != u"New activity"_s);
+    QVERIFY(!sheet->findChild<QPushButton *>(u"saveButton"_s)->isEnabled());
+    QVERIFY(!sheet->findChild<ActivityTextView *>(u"textView"_s)->isEnabled());
+    QTest::mouseClick(sheet->findChild<QPushButton *>(u"cancelButton"_s), Qt::LeftButton);
+    QCOMPARE(sheet->result(), 0);
+    QCOMPARE(m_store->newContext()->fetchActivities()->size(), merge ? 2 : 0);
 }
 
 void TestEditingSheets::undoRefusedWhenChangedElsewhere()

@@ -9,11 +9,16 @@ ActivityEditor::ActivityEditor(Store &store, const std::optional<QString> &uid)
     , m_context(store.newContext())
 {
     if (uid) {
-        if (std::expected<ActivityPtr, BvError> found = m_context->activityWithUid(*uid); found && *found) {
-            m_activity = *found;
-            m_before = ActivitySnapshot::of(*m_activity);
+        // Deleted by a sync or in a terminal since the report listed it: there is nothing to edit, and a new
+        // activity in its place would not be what the user asked for.
+        std::expected<ActivityPtr, BvError> found = m_context->activityWithUid(*uid);
+        if (!found || !*found) {
+            m_loadError = QStringLiteral("Failed to load data ...");
             return;
         }
+        m_activity = *found;
+        m_before = ActivitySnapshot::of(*m_activity);
+        return;
     }
     m_newActivity = true;
     m_activity = m_context->insertActivity();
@@ -26,21 +31,26 @@ ActivityEditor::~ActivityEditor() = default;
 
 void ActivityEditor::setText(const QString &text)
 {
-    m_activity->setText(text);
+    if (m_activity)
+        m_activity->setText(text);
 }
 
 void ActivityEditor::setTimeFrom(const QDateTime &timeFrom)
 {
-    m_activity->setTimeFrom(timeFrom);
+    if (m_activity)
+        m_activity->setTimeFrom(timeFrom);
 }
 
 void ActivityEditor::setTimeTo(const QDateTime &timeTo)
 {
-    m_activity->setTimeTo(timeTo);
+    if (m_activity)
+        m_activity->setTimeTo(timeTo);
 }
 
 ActivityEditor::Result ActivityEditor::save()
 {
+    if (!m_activity)
+        return std::nullopt;
     m_activity->setModifiedAt(m_context->now());
     std::expected<void, BvError> saved = m_context->save();
     if (!saved) {

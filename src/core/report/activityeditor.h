@@ -26,15 +26,17 @@ public:
     // logged it).
     using Result = std::expected<std::optional<ActivityChange>, QString>;
 
-    // Edits the stored activity with `uid`; without one (or when it is no longer stored) a new activity
-    // starting and ending now, as isNewActivity() says.
+    // Edits the stored activity with `uid`; without one a new activity starting and ending now, as
+    // isNewActivity() says. A uid no longer stored gives a load error and nothing to edit.
     ActivityEditor(Store &store, const std::optional<QString> &uid);
     ~ActivityEditor();
     ActivityEditor(const ActivityEditor &) = delete;
     ActivityEditor &operator=(const ActivityEditor &) = delete;
 
     bool isNewActivity() const { return m_newActivity; }
-    // Null when the uid named no stored activity and the store could not be read either.
+    // "Failed to load data ..." when the uid named no stored activity (or the store could not be read);
+    // the activity is null then, and saving or deleting does nothing.
+    std::optional<QString> loadError() const { return m_loadError; }
     const ActivityPtr &activity() const { return m_activity; }
 
     // The project and tasks follow the text when saved.
@@ -61,5 +63,6 @@ private:
     std::unique_ptr<StoreContext> m_context;
     ActivityPtr m_activity;
     std::optional<ActivitySnapshot> m_before;
+    std::optional<QString> m_loadError;
     bool m_newActivity = false;
 };

@@ -10,9 +10,13 @@
 #include "model/storecontext.h"
 #include "report/activityeditor.h"
 
-ActivityMerge::ActivityMerge(Store &store, const QStringList &uids)
+ActivityMerge::ActivityMerge(Store &store, const QStringList &uids, const QString &runningUid)
     : m_context(store.newContext())
 {
+    if (!runningUid.isEmpty() && uids.contains(runningUid)) {
+        m_loadError = QStringLiteral("The running activity cannot be merged; stop it first.");
+        return;
+    }
     std::expected<QHash<QString, ActivityPtr>, BvError> found = m_context->activitiesWithUids(uids);
     if (!found || found->isEmpty()) {
         m_loadError = QStringLiteral("Failed to load data ...");
@@ -70,11 +74,15 @@ ActivityMerge::Result ActivityMerge::save()
     entries.append({ m_activity->uid(), m_before.constFirst(), std::nullopt });
     for (qsizetype i = 1; i < m_originalActivities.size(); ++i) {
         const ActivityPtr &other = m_originalActivities.at(i);
-        entries.append({ other->uid(), m_before.at(i), std::nullopt });
-        if (other->isDeleted())
-            continue; // a save refused before already deleted it here
-        if (std::expected<bool, BvError> stillThere = m_context->refreshObject(other, false); stillThere && *stillThere)
+        // One deleted elsewhere since the sheet opened stays out of the step: undoing the merge must not
+        // bring it back. One a refused save already deleted here is in it.
+        if (!other->isDeleted()) {
+            const std::expected<bool, BvError> stillThere = m_context->refreshObject(other, false);
+            if (!stillThere || !*stillThere)
+                continue;
             DeletedActivity::deleteActivity(other, *m_context);
+        }
+        entries.append({ other->uid(), m_before.at(i), std::nullopt });
     }
     m_saveError.reset();
     std::expected<void, BvError> saved = m_context->save();

@@ -30,13 +30,16 @@ public:
     static constexpr int Mixed = -1;
 
     // Reads the activities with these uids (ones no longer stored are left out) and prepares the survivor.
-    ActivityMerge(Store &store, const QStringList &uids);
+    // The activity being tracked (`runningUid`) is never merged: its end moves while it runs, and merging
+    // it would end it or delete it under the tracker.
+    ActivityMerge(Store &store, const QStringList &uids, const QString &runningUid = {});
     ~ActivityMerge();
     ActivityMerge(const ActivityMerge &) = delete;
     ActivityMerge &operator=(const ActivityMerge &) = delete;
 
-    // "Failed to load data ..." when the activities could not be read (or none is stored any more); nothing
-    // else is then set up.
+    // "Failed to load data ..." when the activities could not be read (or none is stored any more), or
+    // "The running activity cannot be merged; stop it first." when it is among them; nothing else is then
+    // set up.
     std::optional<QString> loadError() const { return m_loadError; }
     // The survivor, already changed (not saved); null after a load error.
     const ActivityPtr &activity() const { return m_activity; }

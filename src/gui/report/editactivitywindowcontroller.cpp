@@ -9,6 +9,7 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QRegularExpression>
+#include <QShortcut>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -55,27 +56,34 @@ EditActivityWindowController::EditActivityWindowController(
     m_startPicker = makePicker(this, QStringLiteral("startPicker"), *store.clock());
     m_endPicker = makePicker(this, QStringLiteral("endPicker"), *store.clock());
     const ActivityPtr &activity = m_editor->activity();
-    m_startPicker->setDateTime(activity->timeFrom().toLocalTime());
-    m_endPicker->setDateTime(activity->timeTo().toLocalTime());
+    if (activity) {
+        m_startPicker->setDateTime(activity->timeFrom().toLocalTime());
+        m_endPicker->setDateTime(activity->timeTo().toLocalTime());
+    }
     m_shownStart = m_startPicker->dateTime();
     m_shownEnd = m_endPicker->dateTime();
 
     m_textView = new ActivityTextView(activityManager, this);
     m_textView->setObjectName(QStringLiteral("textView"));
     m_textView->setDefaultFont();
-    m_textView->setText(activity->text());
+    if (activity)
+        m_textView->setText(activity->text());
     m_textView->setMinimumHeight(m_textView->fontMetrics().lineSpacing() * 4);
 
     m_earlierActivitiesButton = new QToolButton(this);
     m_earlierActivitiesButton->setObjectName(QStringLiteral("earlierActivitiesButton"));
     m_earlierActivitiesButton->setArrowType(Qt::DownArrow);
     m_earlierActivitiesButton->setToolTip(tr("Previous activities"));
-    m_earlierActivitiesButton->setFocusPolicy(Qt::NoFocus);
+    m_earlierActivitiesButton->setFocusPolicy(Qt::StrongFocus);
     m_recentMenu = new QMenu(tr("Previous activities"), this);
     m_recentMenu->setObjectName(QStringLiteral("previousActivitiesMenu"));
     connect(m_recentMenu, &QMenu::aboutToShow, this, &EditActivityWindowController::fillRecentActivitiesMenu);
     connect(
         m_earlierActivitiesButton, &QToolButton::clicked, this, &EditActivityWindowController::showRecentActivities);
+    // As a combo box opens its list.
+    auto *openRecent
+        = new QShortcut(QKeySequence(Qt::ALT | Qt::Key_Down), m_textView, nullptr, nullptr, Qt::WidgetShortcut);
+    connect(openRecent, &QShortcut::activated, this, &EditActivityWindowController::showRecentActivities);
 
     m_errorLabel = new QLabel(this);
     m_errorLabel->setObjectName(QStringLiteral("errorLabel"));
@@ -83,7 +91,8 @@ EditActivityWindowController::EditActivityWindowController(
     QPalette errorPalette = m_errorLabel->palette();
     errorPalette.setColor(QPalette::WindowText, Qt::red);
     m_errorLabel->setPalette(errorPalette);
-    m_errorLabel->hide();
+    // Its line is there before there is an error to show, so that the sheet does not jump when one comes.
+    m_errorLabel->setMinimumHeight(m_errorLabel->fontMetrics().lineSpacing());
 
     auto *buttons = new QDialogButtonBox(this);
     m_saveButton = buttons->addButton(tr("Save"), QDialogButtonBox::AcceptRole);
@@ -113,9 +122,19 @@ EditActivityWindowController::EditActivityWindowController(
     layout->addWidget(buttons);
     setMinimumWidth(420);
 
+    setTabOrder(m_endPicker, m_textView);
+    setTabOrder(m_textView, m_earlierActivitiesButton);
     auto *keys = new BvSheetKeys(*this, *m_textView);
     connect(keys, &BvSheetKeys::commandReturnPressed, this, &EditActivityWindowController::handleCMDEnter);
 
+    if (const std::optional<QString> failed = m_editor->loadError()) {
+        showError(*failed);
+        for (QWidget *input : std::initializer_list<QWidget *> {
+                 m_startPicker, m_endPicker, m_textView, m_earlierActivitiesButton, m_saveButton, m_deleteButton })
+            input->setEnabled(false);
+        m_cancelButton->setFocus();
+        return;
+    }
     if (!m_editor->isNewActivity())
         m_textView->setFocus();
 }
@@ -134,6 +153,8 @@ void EditActivityWindowController::saveActivity()
         m_editor->setTimeFrom(m_startPicker->dateTime());
     if (m_endPicker->dateTime() != m_shownEnd)
         m_editor->setTimeTo(m_endPicker->dateTime());
+    if (!m_editor->activity())
+        return;
     if (m_textView->text() != m_editor->activity()->text())
         m_editor->setText(m_textView->text());
     const ActivityEditor::Result result = m_editor->save();
@@ -225,5 +246,4 @@ void EditActivityWindowController::handleCMDEnter()
 void EditActivityWindowController::showError(const QString &text)
 {
     m_errorLabel->setText(text);
-    m_errorLabel->setVisible(!text.isEmpty());
 }

@@ -15,7 +15,8 @@
 MergeActivitiesWindowController::MergeActivitiesWindowController(
     Store &store, ActivityManager &activityManager, const QStringList &uids, int durationFormat, QWidget *parent)
     : QDialog(parent, Qt::Sheet)
-    , m_merge(std::make_unique<ActivityMerge>(store, uids))
+    , m_merge(std::make_unique<ActivityMerge>(
+          store, uids, activityManager.isTracking() ? activityManager.currentActivity()->uid() : QString()))
 {
     setObjectName(QStringLiteral("mergeActivitiesWindow"));
     setWindowModality(Qt::WindowModal);
@@ -35,7 +36,8 @@ MergeActivitiesWindowController::MergeActivitiesWindowController(
     QPalette errorPalette = m_errorLabel->palette();
     errorPalette.setColor(QPalette::WindowText, Qt::red);
     m_errorLabel->setPalette(errorPalette);
-    m_errorLabel->hide();
+    // Its line is there before there is an error to show, so that the sheet does not jump when one comes.
+    m_errorLabel->setMinimumHeight(m_errorLabel->fontMetrics().lineSpacing());
 
     auto *buttons = new QDialogButtonBox(this);
     m_saveButton = buttons->addButton(tr("Merge"), QDialogButtonBox::AcceptRole);
@@ -143,5 +145,4 @@ void MergeActivitiesWindowController::handleCMDEnter()
 void MergeActivitiesWindowController::showError(const QString &text)
 {
     m_errorLabel->setText(text);
-    m_errorLabel->setVisible(!text.isEmpty());
 }

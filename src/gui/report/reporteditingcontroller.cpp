@@ -7,6 +7,14 @@
 #include "gui/report/mergeactivitieswindowcontroller.h"
 #include "model/activitymanager.h"
 
+QList<QKeySequence> ReportEditingController::withKey(QList<QKeySequence> keys, const QKeySequence &always)
+{
+    // A key held twice makes Qt treat it as ambiguous, and then neither binding fires.
+    if (!keys.contains(always))
+        keys.append(always);
+    return keys;
+}
+
 ReportEditingController::ReportEditingController(Store &store, ActivityManager &activityManager, QWidget &window)
     : QObject(&window)
     , m_store(store)
@@ -17,13 +25,19 @@ ReportEditingController::ReportEditingController(Store &store, ActivityManager &
     , m_redoAction(new QAction(this))
 {
     m_undoAction->setObjectName(QStringLiteral("undoAction"));
-    m_undoAction->setShortcut(QKeySequence::Undo);
+    m_undoAction->setShortcuts(
+        withKey(QKeySequence::keyBindings(QKeySequence::Undo), QKeySequence(Qt::CTRL | Qt::Key_Z)));
     m_redoAction->setObjectName(QStringLiteral("redoAction"));
     // Ctrl+Shift+Z everywhere, not only where the desktop's redo key is Ctrl+Y.
-    m_redoAction->setShortcuts({ QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z), QKeySequence::Redo });
+    m_redoAction->setShortcuts(
+        withKey(QKeySequence::keyBindings(QKeySequence::Redo), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_Z)));
     connect(m_undoAction, &QAction::triggered, this, &ReportEditingController::undo);
     connect(m_redoAction, &QAction::triggered, this, &ReportEditingController::redo);
     connect(&m_history, &ActivityUndoHistory::historyChanged, this, &ReportEditingController::updateActions);
+    connect(
+        &m_activityManager, &ActivityManager::activityManagerStarted, this, &ReportEditingController::updateCanEdit);
+    connect(
+        &m_activityManager, &ActivityManager::activityManagerStopped, this, &ReportEditingController::updateCanEdit);
     updateActions();
 }
 
@@ -46,14 +60,32 @@ QDialog *ReportEditingController::sheet() const
 
 void ReportEditingController::editActivity(const QString &uid)
 {
-    if (sheet() || uid.isEmpty())
-        return;
-    if (m_activityManager.isTracking() && m_activityManager.currentActivity()->uid() == uid)
+    if (sheet() || uid.isEmpty() || isRunning(uid))
         return;
     m_editSheet = new EditActivityWindowController(m_store, m_activityManager, uid, &m_window);
     connect(m_editSheet, &QDialog::finished, this,
         [this, sheet = m_editSheet.data()](int result) { onSheetFinished(sheet, result); });
     m_editSheet->open();
+}
+
+void ReportEditingController::setSelectedUid(const QString &uid)
+{
+    m_selectedUid = uid;
+    updateCanEdit();
+}
+
+void ReportEditingController::updateCanEdit()
+{
+    const bool canEdit = !m_selectedUid.isEmpty() && !isRunning(m_selectedUid);
+    if (canEdit == m_canEdit)
+        return;
+    m_canEdit = canEdit;
+    Q_EMIT canEditChanged(canEdit);
+}
+
+bool ReportEditingController::isRunning(const QString &uid) const
+{
+    return m_activityManager.isTracking() && m_activityManager.currentActivity()->uid() == uid;
 }
 
 void ReportEditingController::newActivity()

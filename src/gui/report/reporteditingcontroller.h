@@ -2,6 +2,7 @@
 
 #include <expected>
 
+#include <QKeySequence>
 #include <QObject>
 #include <QPointer>
 #include <QStringList>
@@ -33,6 +34,11 @@ public:
     // editSelectedActivity: the edit sheet for the activity with `uid`; nothing for the activity being
     // tracked, which the main window's start-time sheet edits.
     void editActivity(const QString &uid);
+    // The uid of the first selected row, empty without a selection: what the Edit button and the Edit
+    // menu's "Edit Activity..." would edit.
+    void setSelectedUid(const QString &uid);
+    // Whether they can: there is a selection and its first row is not the activity being tracked.
+    bool canEdit() const { return m_canEdit; }
     // newActivity: the edit sheet for an earlier activity to add.
     void newActivity();
     // onMergeSelectedActivities: the merge sheet for these activities, its total in `durationFormat`.
@@ -47,6 +53,9 @@ public:
     QAction *redoAction() const { return m_redoAction; }
     void undo();
     void redo();
+    // A standard key's bindings (QKeySequence::keyBindings, which follow the desktop's key scheme) plus
+    // `always` unless they already hold it.
+    static QList<QKeySequence> withKey(QList<QKeySequence> keys, const QKeySequence &always);
 
     // The sheet open over the report, or null.
     QDialog *sheet() const;
@@ -56,10 +65,13 @@ public:
 Q_SIGNALS:
     // A sheet ended: 1 when it stored something, 0 when cancelled.
     void sheetFinished(int result);
+    void canEditChanged(bool canEdit);
 
 private:
     void onSheetFinished(QDialog *sheet, int result);
     void updateActions();
+    void updateCanEdit();
+    bool isRunning(const QString &uid) const;
     void showRefusal(const BvError &error);
 
     Store &m_store;
@@ -71,4 +83,6 @@ private:
     QPointer<QMessageBox> m_alert;
     QAction *m_undoAction = nullptr;
     QAction *m_redoAction = nullptr;
+    QString m_selectedUid;
+    bool m_canEdit = false;
 };

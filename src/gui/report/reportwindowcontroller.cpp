@@ -199,6 +199,10 @@ void ReportWindowController::buildMenus()
         connect(deleteAction, &QAction::triggered, this, &ReportWindowController::deleteSelectedActivity);
         QAction *editAction = edit->addAction(tr("Edit Activity..."));
         editAction->setObjectName(QStringLiteral("editActivityAction"));
+        if (m_editing) {
+            editAction->setEnabled(m_editing->canEdit());
+            connect(m_editing, &ReportEditingController::canEditChanged, editAction, &QAction::setEnabled);
+        }
         connect(editAction, &QAction::triggered, this, &ReportWindowController::editSelectedActivity);
         QAction *newAction = edit->addAction(tr("New Activity..."));
         newAction->setObjectName(QStringLiteral("newActivityAction"));
@@ -405,10 +409,13 @@ void ReportWindowController::buildCentre()
         editButton->setObjectName(QStringLiteral("editActivityButton"));
         editButton->setText(tr("Edit"));
         editButton->setToolTip(tr("Edit the selected activity"));
-        editButton->setEnabled(false);
+        editButton->setEnabled(m_editing->canEdit());
         connect(editButton, &QToolButton::clicked, this, &ReportWindowController::editSelectedActivity);
-        connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, editButton,
-            [this, editButton] { editButton->setEnabled(m_table->selectionModel()->hasSelection()); });
+        connect(m_editing, &ReportEditingController::canEditChanged, editButton, &QWidget::setEnabled);
+        connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, m_editing, [this] {
+            const QList<int> rows = selectedActivityRows();
+            m_editing->setSelectedUid(rows.isEmpty() ? QString() : m_model->uid(rows.first()));
+        });
         bottomLayout->addWidget(newButton);
         bottomLayout->addWidget(editButton);
     }
