@@ -175,7 +175,7 @@ void ReportWindowController::buildMenus()
         if (isImport())
             showOpenPanel();
         else
-            initAsImport(m_store, m_activityManager, m_settings)->show();
+            Q_EMIT importRequested();
     });
     file->addSeparator();
     QAction *closeAction = file->addAction(tr("Close"));
@@ -1093,11 +1093,4 @@ void ReportWindowController::closeEvent(QCloseEvent *event)
     QMainWindow::closeEvent(event);
     if (event->isAccepted())
         Q_EMIT closed();
-}
-
-void ReportWindowController::changeEvent(QEvent *event)
-{
-    QMainWindow::changeEvent(event);
-    if (event->type() == QEvent::ActivationChange && !isImport())
-        Q_EMIT activeChanged(isActiveWindow());
 }

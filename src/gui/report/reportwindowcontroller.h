@@ -130,11 +130,10 @@ public:
     QAction *menuAction(int tag) const;
 
 Q_SIGNALS:
-    // The window became (or stopped being) the active window, in normal mode: the main menu's report
-    // item follows it.
-    void activeChanged(bool active);
     // Return on a row: the editing sheet's seam.
     void editRequested();
+    // File > Import in the report: the owner opens an import window (it must not outlive the store).
+    void importRequested();
     // The Window menu's item for the main window.
     void mainWindowRequested();
     // The window was closed (it deletes itself afterwards).
@@ -143,7 +142,6 @@ Q_SIGNALS:
 protected:
     void showEvent(QShowEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
-    void changeEvent(QEvent *event) override;
 
 private:
     ReportWindowController(
