@@ -116,6 +116,19 @@ void TestReportSidebarLionView::clickTicksWithoutSelecting()
     QCOMPARE(selectionChanged.count(), 3);
     QVERIFY(m_manager->selectedProjectIds().isEmpty());
     QVERIFY(!outline->selectionModel()->hasSelection());
+
+    // The keyboard: Space or Return on the current item ticks it, on a group row nothing.
+    outline->setFocus();
+    outline->setCurrentIndex(m_view->model()->groupIndex(Group::Projects));
+    QTest::keyClick(outline, Qt::Key_Space);
+    QCOMPARE(selectionChanged.count(), 3);
+    QTest::keyClick(outline, Qt::Key_Down);
+    QCOMPARE(outline->currentIndex(), itemIndex(Group::Projects, 0));
+    QTest::keyClick(outline, Qt::Key_Space);
+    QCOMPARE(m_manager->selectedProjectIds(), QList<qint64> { m_manager->projects().at(0).managedObjectID });
+    QTest::keyClick(outline, Qt::Key_Return);
+    QCOMPARE(selectionChanged.count(), 5);
+    QVERIFY(m_manager->selectedProjectIds().isEmpty());
 }
 
 void TestReportSidebarLionView::prunedTickMakesTheReportQueryAgain()
