@@ -475,7 +475,7 @@ void ReportWindowController::buildActionMenu()
     connect(m_actionMenu, &QMenu::aboutToShow, this, &ReportWindowController::updateActionMenu);
     // The button's menu acts on the selection; a context-menu click sets its row just before opening.
     connect(m_actionMenu, &QMenu::aboutToHide, this,
-        [this] { QTimer::singleShot(0, this, [this] { m_clickedRow = -1; }); });
+        [this] { QTimer::singleShot(0, this, [this] { m_clickedUid.clear(); }); });
     m_actionButton->setMenu(m_actionMenu);
     updateActionMenu();
 }
@@ -650,7 +650,13 @@ void ReportWindowController::updateImportButtons()
 
 QList<int> ReportWindowController::selectedActivityRows() const
 {
-    return ReportSelection::actionRows(m_table->selectedRowIndexes(), m_clickedRow);
+    if (m_clickedUid.isEmpty())
+        return ReportSelection::actionRows(m_table->selectedRowIndexes(), -1);
+    // The clicked activity left the list while the menu was open: act on nothing rather than on another.
+    const int clickedRow = m_model->rowOfUid(m_clickedUid);
+    if (clickedRow < 0)
+        return {};
+    return ReportSelection::actionRows(m_table->selectedRowIndexes(), clickedRow);
 }
 
 QAction *ReportWindowController::menuAction(int tag) const
@@ -685,7 +691,7 @@ void ReportWindowController::updateActionMenu()
 void ReportWindowController::onTableContextMenu(const QPoint &position)
 {
     const QModelIndex index = m_table->indexAt(position);
-    m_clickedRow = index.isValid() ? index.row() : -1;
+    m_clickedUid = index.isValid() ? m_model->uid(index.row()) : QString();
     m_actionMenu->popup(m_table->viewport()->mapToGlobal(position));
 }
 
@@ -705,8 +711,43 @@ void ReportWindowController::onStoreChanged(const StoreChanges &changes)
     if (!changes.isEverything() && !changes.contains(StoreChanges::Entity::Activity)
         && !changes.contains(StoreChanges::Entity::Project) && !changes.contains(StoreChanges::Entity::Task))
         return;
+    // Only updates of listed activities (the running one's end every half minute): those rows alone are
+    // read again, unless a full read is already due.
+    const bool onlyUpdates = !changes.isEverything() && changes.insertedUids().isEmpty()
+        && changes.deletedUids().isEmpty() && !changes.contains(StoreChanges::Entity::Project)
+        && !changes.contains(StoreChanges::Entity::Task);
+    if (onlyUpdates && !m_queryScheduled) {
+        m_refreshUids.unite(changes.updatedUids());
+        scheduleRefresh();
+        return;
+    }
+    m_refreshUids.clear();
     m_model->invalidate();
     scheduleQuery();
+}
+
+void ReportWindowController::scheduleRefresh()
+{
+    if (m_refreshScheduled)
+        return;
+    m_refreshScheduled = true;
+    QTimer::singleShot(0, this, [this] {
+        m_refreshScheduled = false;
+        const QSet<QString> uids = std::exchange(m_refreshUids, {});
+        if (m_queryScheduled || uids.isEmpty())
+            return;
+        const auto refreshed = m_model->refreshRecords(uids);
+        if (!refreshed || !*refreshed) {
+            if (!refreshed)
+                qCWarning(lcReport) << "Could not read the changed activities:" << refreshed.error().message();
+            m_model->invalidate();
+            performQuery();
+            return;
+        }
+        m_totalSeconds = m_model->totalSeconds();
+        updateTotals();
+        updateChart();
+    });
 }
 
 void ReportWindowController::onSegmentClicked(int segment)

@@ -161,6 +161,7 @@ private:
     ReportQuery::Range currentRange() const;
     void showRangeMode();
     void scheduleQuery();
+    void scheduleRefresh();
     void onStoreChanged(const StoreChanges &changes);
     void onTableContextMenu(const QPoint &position);
     void openExportDialog(bool onlySelected);
@@ -186,8 +187,13 @@ private:
     int m_filterStatus = 0;
     bool m_filterToolbarVisible = true;
     std::optional<double> m_totalSeconds;
-    int m_clickedRow = -1;
+    // The activity a context-menu click was on, by uid: a store change may reload the rows while the menu
+    // is open. Empty for none.
+    QString m_clickedUid;
     bool m_queryScheduled = false;
+    bool m_refreshScheduled = false;
+    // Updated activities to read again in place (see onStoreChanged).
+    QSet<QString> m_refreshUids;
     bool m_showOpenPanel = false;
 
     QToolBar *m_filterToolbar = nullptr;
