@@ -132,6 +132,7 @@ ReportWindowController::ReportWindowController(
     buildHeaderMenu();
     applyLayoutSettings();
     updateToggleTitles();
+    updateSelectionActions();
 
     connect(&listedStore(), &Store::changed, this, &ReportWindowController::onStoreChanged);
     if (importError) {
@@ -165,6 +166,7 @@ void ReportWindowController::buildMenus()
         QAction *exportSelected = file->addAction(tr("Export Selected Activities..."));
         exportSelected->setObjectName(QStringLiteral("exportSelectedAction"));
         connect(exportSelected, &QAction::triggered, this, &ReportWindowController::exportSelected);
+        m_selectionActions.append(exportSelected);
         QAction *exportAll = file->addAction(tr("Export All Activities..."));
         exportAll->setObjectName(QStringLiteral("exportAllAction"));
         connect(exportAll, &QAction::triggered, this, &ReportWindowController::exportAll);
@@ -193,13 +195,16 @@ void ReportWindowController::buildMenus()
     copyAction->setObjectName(QStringLiteral("copyAction"));
     copyAction->setShortcut(QKeySequence::Copy);
     connect(copyAction, &QAction::triggered, this, &ReportWindowController::copy);
+    m_selectionActions.append(copyAction);
     if (!isImport()) {
         QAction *deleteAction = edit->addAction(tr("Delete"));
         deleteAction->setObjectName(QStringLiteral("deleteAction"));
         connect(deleteAction, &QAction::triggered, this, &ReportWindowController::deleteSelectedActivity);
+        m_selectionActions.append(deleteAction);
         QAction *editAction = edit->addAction(tr("Edit Activity..."));
         editAction->setObjectName(QStringLiteral("editActivityAction"));
         connect(editAction, &QAction::triggered, this, &ReportWindowController::editSelectedActivity);
+        m_selectionActions.append(editAction);
         QAction *newAction = edit->addAction(tr("New Activity..."));
         newAction->setObjectName(QStringLiteral("newActivityAction"));
         newAction->setShortcut(QKeySequence::New);
@@ -376,6 +381,7 @@ void ReportWindowController::buildCentre()
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
         updateTotals();
         updateImportButtons();
+        updateSelectionActions();
     });
     connect(m_table, &BvTableView::toggleKeyPressed, this, &ReportWindowController::onTableViewToggle);
     connect(m_table, &BvTableView::deleteKeyPressed, this, &ReportWindowController::deleteSelectedActivity);
@@ -636,6 +642,13 @@ void ReportWindowController::updateTotals()
     const QList<int> selected = m_table->selectedRowIndexes();
     const auto selectedTotal = ReportTotals::selectedTotal(int(selected.size()), m_model->totalSeconds(selected));
     m_totalsLabel->setText(ReportTotals::labelText(m_totalSeconds, selectedTotal, m_model->durationTransformer()));
+}
+
+void ReportWindowController::updateSelectionActions()
+{
+    const bool any = m_table->selectionModel()->hasSelection();
+    for (QAction *action : std::as_const(m_selectionActions))
+        action->setEnabled(any);
 }
 
 void ReportWindowController::updateImportButtons()
@@ -968,8 +981,9 @@ QList<int> ReportWindowController::columnOrder() const
 
 void ReportWindowController::copy()
 {
+    // Copy is the table's: with the focus elsewhere the selection is not what the user means.
     const QList<int> rows = m_table->selectedRowIndexes();
-    if (rows.isEmpty())
+    if (rows.isEmpty() || !m_table->hasFocus())
         return;
     auto *mime = new QMimeData;
     mime->setText(m_model->plainText(rows, columnOrder()));

@@ -155,6 +155,8 @@ private:
     void updateActionMenu();
     void updateTotals();
     void updateImportButtons();
+    // Copy, Delete, Export Selected and Edit need a selection.
+    void updateSelectionActions();
     void updateToggleTitles();
     void buildSidebar();
     void updateChart();
@@ -221,6 +223,7 @@ private:
     QAction *m_toggleFilterToolbar = nullptr;
     QAction *m_toggleFilter = nullptr;
     QAction *m_popupSearchAction = nullptr;
+    QList<QAction *> m_selectionActions;
     QPointer<QFileDialog> m_fileDialog;
     QPointer<QMessageBox> m_alert;
 };
