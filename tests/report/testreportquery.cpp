@@ -57,6 +57,8 @@ private Q_SLOTS:
     void copyTextHasEveryColumnInOrder();
     void sidebarWidthOnOpening_data();
     void sidebarWidthOnOpening();
+    void columnsLeaveTheTextItsRoom_data();
+    void columnsLeaveTheTextItsRoom();
 
 private:
     QString add(const QString &text, const QDateTime &from, const QDateTime &to, bool invoiced = false);
@@ -612,6 +614,26 @@ void TestReportQuery::sidebarWidthOnOpening()
     QFETCH(double, saved);
     QFETCH(int, expected);
     QCOMPARE(ReportLayout::sidebarWidth(saved, 150, 1000, 400), expected);
+}
+
+void TestReportQuery::columnsLeaveTheTextItsRoom_data()
+{
+    QTest::addColumn<int>("available");
+    QTest::addColumn<QList<int>>("expected");
+    // Wished 150, 150, 80, 120, 120 (620); minimum 100, 100, 60, 60, 60 (380).
+    QTest::newRow("room enough") << 700 << QList<int> { 150, 150, 80, 120, 120 };
+    QTest::newRow("exactly") << 620 << QList<int> { 150, 150, 80, 120, 120 };
+    QTest::newRow("shrunk in proportion, adding up") << 500 << QList<int> { 125, 125, 70, 90, 90 };
+    QTest::newRow("odd amounts still add up") << 619 << QList<int> { 150, 150, 80, 120, 119 };
+    QTest::newRow("never below the minimum") << 100 << QList<int> { 100, 100, 60, 60, 60 };
+}
+
+void TestReportQuery::columnsLeaveTheTextItsRoom()
+{
+    QFETCH(int, available);
+    QFETCH(QList<int>, expected);
+    QCOMPARE(
+        ReportLayout::fittedColumnWidths({ 150, 150, 80, 120, 120 }, { 100, 100, 60, 60, 60 }, available), expected);
 }
 
 QTEST_GUILESS_MAIN(TestReportQuery)

@@ -10,6 +10,7 @@
 #include <QMessageBox>
 #include <QMimeData>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QSplitter>
 #include <QTest>
 
@@ -61,6 +62,7 @@ private Q_SLOTS:
     void copyFollowsTheHeaderTheSelectionAndTheFocus();
     void exportThroughTheDialog();
     void filterToolbarAndSidebarLayoutPersist();
+    void smallWindowKeepsTheTextInView();
     void importingTwiceAddsNothing();
     void cancellingTheImportDialogClosesTheWindow();
 
@@ -496,7 +498,12 @@ void TestReportWindow::filterToolbarAndSidebarLayoutPersist()
     QVERIFY(m_settings->reportChartVisible());
     QVERIFY(m_window->chartView()->isVisible());
 
-    splitter->setSizes({ 230, 770 });
+    m_window->resize(1100, 700);
+    splitter->setSizes({ 230, 870 });
+    QHeaderView *header = m_window->tableView().horizontalHeader();
+    header->setSectionHidden(ReportTableModel::TasksColumn, true);
+    header->moveSection(header->visualIndex(ReportTableModel::TextColumn), 0);
+    header->resizeSection(ReportTableModel::FromColumn, 170);
     m_window->close();
     QCOMPARE(m_settings->reportWindowSidebarWidth(), 230.0);
     QVERIFY(!m_settings->reportWindowSidebarCollapsed());
@@ -505,6 +512,33 @@ void TestReportWindow::filterToolbarAndSidebarLayoutPersist()
     QVERIFY(!m_window->findChild<QWidget *>(u"filterToolbar"_s)->isVisible());
     QCOMPARE(m_window->rangeControl()->selectedSegment(), 4);
     QVERIFY(m_window->chartView()->isVisible());
+    QCOMPARE(m_window->size(), QSize(1100, 700));
+    header = m_window->tableView().horizontalHeader();
+    QVERIFY(header->isSectionHidden(ReportTableModel::TasksColumn));
+    QCOMPARE(header->visualIndex(ReportTableModel::TextColumn), 0);
+    QCOMPARE(header->sectionSize(ReportTableModel::FromColumn), 170);
+}
+
+// At 640x420 the other columns give way so the text shows without scrolling sideways; widened again,
+// they get their widths back.
+void TestReportWindow::smallWindowKeepsTheTextInView()
+{
+    add(u"a text long enough to need its room"_s, u"2024-03-12 09:00"_s, u"2024-03-12 10:00"_s);
+    open();
+    BvTableView &table = m_window->tableView();
+    QHeaderView *header = table.horizontalHeader();
+    const int textMinimum = 14 * table.fontMetrics().averageCharWidth();
+    m_window->resize(640, 420);
+    QTRY_VERIFY(table.viewport()->width() < 500);
+    QTRY_VERIFY(header->sectionSize(ReportTableModel::TextColumn) >= textMinimum);
+    QVERIFY(header->sectionViewportPosition(ReportTableModel::TextColumn)
+            + header->sectionSize(ReportTableModel::TextColumn)
+        <= table.viewport()->width());
+    QVERIFY(!table.horizontalScrollBar()->isVisible());
+
+    m_window->resize(1280, 800);
+    QTRY_COMPARE(header->sectionSize(ReportTableModel::FromColumn), 150);
+    QCOMPARE(header->sectionSize(ReportTableModel::TasksColumn), 120);
 }
 
 void TestReportWindow::importingTwiceAddsNothing()

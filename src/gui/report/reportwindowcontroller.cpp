@@ -102,6 +102,8 @@ ReportWindowController::ReportWindowController(
     setWindowTitle(isImport() ? tr("Import activities") : tr("Report"));
     setAttribute(Qt::WA_DeleteOnClose);
     resize(1000, 640);
+    if (mode == Mode::Report && !settings.reportWindowGeometry().isEmpty())
+        restoreGeometry(settings.reportWindowGeometry());
 
     std::optional<BvError> importError;
     if (isImport()) {
@@ -146,7 +148,12 @@ ReportWindowController::ReportWindowController(
     performQuery();
 }
 
-ReportWindowController::~ReportWindowController() = default;
+ReportWindowController::~ReportWindowController()
+{
+    // The model goes before the table: its columns leaving must not reach the column fitting.
+    m_table->horizontalHeader()->disconnect(this);
+    m_table->viewport()->removeEventFilter(this);
+}
 
 Store &ReportWindowController::listedStore() const
 {
@@ -363,9 +370,21 @@ void ReportWindowController::buildCentre()
     m_table->setModel(m_model.get());
     m_table->setItemDelegateForColumn(ReportTableModel::TextColumn, new BvTaggedTextFieldCell(m_table));
     QHeaderView *header = m_table->horizontalHeader();
-    const QList<int> widths { 150, 150, 80, 120, 120 };
-    for (int column = 0; column < widths.size(); ++column)
-        header->resizeSection(column, widths[column]);
+    m_wishedColumnWidths = { 150, 150, 80, 120, 120 };
+    for (int column = 0; column < m_wishedColumnWidths.size(); ++column)
+        header->resizeSection(column, m_wishedColumnWidths[column]);
+    // The text takes what is left, wherever it was moved; the others give way down to their minimums.
+    header->setStretchLastSection(false);
+    header->setSectionResizeMode(ReportTableModel::TextColumn, QHeaderView::Stretch);
+    if (!isImport() && header->restoreState(m_settings.reportTableHeaderState())) {
+        for (int column = 0; column < m_wishedColumnWidths.size(); ++column)
+            m_wishedColumnWidths[column] = header->sectionSize(column);
+    }
+    connect(header, &QHeaderView::sectionResized, this, [this](int column, int, int size) {
+        if (!m_fittingColumns && column >= 0 && column < m_wishedColumnWidths.size() && size > 0)
+            m_wishedColumnWidths[column] = size;
+    });
+    m_table->viewport()->installEventFilter(this);
     m_tableSplitter = new QSplitter(Qt::Vertical, m_tablePane);
     m_tableSplitter->setObjectName(QStringLiteral("tableSplitter"));
     m_tableSplitter->setChildrenCollapsible(false);
@@ -651,6 +670,48 @@ void ReportWindowController::updateSelectionActions()
         action->setEnabled(any);
 }
 
+int ReportWindowController::minimumColumnWidth(int column) const
+{
+    const int em = m_table->fontMetrics().averageCharWidth();
+    switch (column) {
+    case ReportTableModel::FromColumn:
+    case ReportTableModel::ToColumn:
+        return 9 * em;
+    case ReportTableModel::TextColumn:
+        return 14 * em;
+    default:
+        return 6 * em;
+    }
+}
+
+void ReportWindowController::fitColumns()
+{
+    const QHeaderView *header = m_table->horizontalHeader();
+    QList<int> columns;
+    QList<int> wished;
+    QList<int> minimum;
+    for (int column = 0; column < m_wishedColumnWidths.size(); ++column) {
+        if (header->isSectionHidden(column))
+            continue;
+        columns.append(column);
+        wished.append(m_wishedColumnWidths[column]);
+        minimum.append(std::min(minimumColumnWidth(column), m_wishedColumnWidths[column]));
+    }
+    const QList<int> widths = ReportLayout::fittedColumnWidths(
+        wished, minimum, m_table->viewport()->width() - minimumColumnWidth(ReportTableModel::TextColumn));
+    m_fittingColumns = true;
+    for (qsizetype i = 0; i < columns.size(); ++i)
+        m_table->horizontalHeader()->resizeSection(columns[i], widths[i]);
+    m_fittingColumns = false;
+}
+
+bool ReportWindowController::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_table->viewport() && event->type() == QEvent::Resize)
+        fitColumns();
+    return QMainWindow::eventFilter(watched, event);
+}
+
 void ReportWindowController::updateImportButtons()
 {
     if (!isImport())
@@ -868,8 +929,10 @@ void ReportWindowController::setDurationFormat(int format)
 void ReportWindowController::onToggleActivityColumn(int tag, bool shown)
 {
     const int column = ReportTableModel::columnForTag(tag);
-    if (column >= 0)
+    if (column >= 0) {
         m_table->horizontalHeader()->setSectionHidden(column, !shown);
+        fitColumns();
+    }
 }
 
 void ReportWindowController::setInvoicedSelected(Qt::CheckState clickedItemState)
@@ -1140,6 +1203,10 @@ void ReportWindowController::importOnlySelectedActivities(bool onlySelected)
 
 void ReportWindowController::closeEvent(QCloseEvent *event)
 {
+    if (!isImport()) {
+        m_settings.setReportWindowGeometry(saveGeometry());
+        m_settings.setReportTableHeaderState(m_table->horizontalHeader()->saveState());
+    }
     if (!isImport() && !m_sidebarPane->isHidden()) {
         const int width = m_splitter->sizes().value(0);
         m_settings.setReportWindowSidebarCollapsed(

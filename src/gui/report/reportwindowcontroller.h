@@ -142,6 +142,7 @@ Q_SIGNALS:
 protected:
     void showEvent(QShowEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     ReportWindowController(
@@ -157,6 +158,9 @@ private:
     void updateImportButtons();
     // Copy, Delete, Export Selected and Edit need a selection.
     void updateSelectionActions();
+    // The columns other than the text shrink towards their minimums so the text keeps its room.
+    void fitColumns();
+    int minimumColumnWidth(int column) const;
     void updateToggleTitles();
     void buildSidebar();
     void updateChart();
@@ -224,6 +228,9 @@ private:
     QAction *m_toggleFilter = nullptr;
     QAction *m_popupSearchAction = nullptr;
     QList<QAction *> m_selectionActions;
+    // The widths the user gave the columns before the text (set on opening and by dragging).
+    QList<int> m_wishedColumnWidths;
+    bool m_fittingColumns = false;
     QPointer<QFileDialog> m_fileDialog;
     QPointer<QMessageBox> m_alert;
 };
