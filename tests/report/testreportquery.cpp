@@ -462,7 +462,6 @@ void TestReportQuery::actionMenuItems_data()
     QTest::newRow("one invoiced") << 1 << 1 << 5 << 1 << 1 << true << "Is invoiced (selected activity)" << 2;
     QTest::newRow("one not invoiced") << 1 << 0 << 5 << 1 << 1 << true << "Mark as invoiced (selected activity)" << 0;
     QTest::newRow("three, one invoiced") << 3 << 1 << 5 << 1 << 1 << true << "Is Invoiced (selected activities)" << 1;
-    QTest::newRow("three invoiced") << 3 << 3 << 5 << 3 << 1 << true << "Is Invoiced (selected activities)" << 2;
     QTest::newRow("three none") << 3 << 0 << 5 << 0 << 1 << true << "Mark as invoiced (selected activities)" << 0;
     QTest::newRow("all mixed") << 0 << 0 << 5 << 2 << 2 << true << "Is Invoiced (all activities)" << 1;
     QTest::newRow("all invoiced") << 0 << 0 << 5 << 5 << 2 << true << "Is Invoiced (all activities)" << 2;

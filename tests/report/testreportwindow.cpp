@@ -1,5 +1,6 @@
 #include <QAbstractItemModelTester>
 #include <QApplication>
+#include <QCalendarWidget>
 #include <QClipboard>
 #include <QComboBox>
 #include <QFileDialog>
@@ -12,7 +13,9 @@
 #include <QPushButton>
 #include <QScrollBar>
 #include <QSplitter>
+#include <QTableView>
 #include <QTest>
+#include <QToolButton>
 
 #include "fakes/fakeclock.h"
 #include "gui/report/bvdatepicker.h"
@@ -55,7 +58,6 @@ private Q_SLOTS:
     void steppingTheRangeAndPickingADay();
     void tickingASidebarItemNarrowsTheList();
     void tableKeysMoveToggleAndDelete();
-    void deletingKeepsTheRunningActivity();
     void contextMenuActsOnTheClickedActivity();
     void invoicedFilterCyclesWithCtrlI();
     void headerMenuFormatsAndHidesColumns();
@@ -64,6 +66,7 @@ private Q_SLOTS:
     void filterToolbarAndSidebarLayoutPersist();
     void smallWindowKeepsTheTextInView();
     void importingTwiceAddsNothing();
+    void aFileTheReadingRefusesAddsNothingAndSaysNothing();
     void cancellingTheImportDialogClosesTheWindow();
 
 private:
@@ -207,6 +210,10 @@ void TestReportWindow::searchFiltersAsOneTypes()
     QVERIFY(popup->isVisible());
     QTest::keyClicks(popup, u"oth"_s);
     QCOMPARE(listedTexts(), QStringList { u"other"_s });
+    // Hidden again (Ctrl+F in it), its text no longer filters.
+    QTest::keyClick(popup, Qt::Key_F, Qt::ControlModifier);
+    QVERIFY(!popup->isVisible());
+    QCOMPARE(listedTexts().size(), 3);
 }
 
 void TestReportWindow::steppingTheRangeAndPickingADay()
@@ -228,13 +235,23 @@ void TestReportWindow::steppingTheRangeAndPickingADay()
     QTest::mouseClick(range, Qt::LeftButton, {}, range->segmentRect(4).center());
     QCOMPARE(listedTexts().size(), 3);
 
-    // A day picked in the calendar lists that day.
+    // A day clicked in the calendar (which opens on the picked 12 February) lists that day.
     QTest::mouseClick(range, Qt::LeftButton, {}, range->segmentRect(1).center());
     BvDatePicker *picker = m_window->datePicker();
-    picker->showCalendarPanel();
-    QVERIFY(picker->calendarPanel());
-    picker->datePickerPanelSetDate(picker->calendarPanel(), QDateTime(QDate(2024, 2, 13), QTime(0, 0)));
-    QVERIFY(!picker->calendarPanel());
+    QTest::mouseClick(picker->calendarButton(), Qt::LeftButton);
+    QTRY_VERIFY(picker->calendarPanel() && picker->calendarPanel()->isVisible());
+    auto *days = picker->calendarPanel()->datePicker()->findChild<QTableView *>(u"qt_calendar_calendarview"_s);
+    QVERIFY(days);
+    // The first 13 from the top: the first row holds January's last days at most.
+    QModelIndex thirteenth;
+    for (int cell = 0; !thirteenth.isValid() && cell < days->model()->rowCount() * 7; ++cell) {
+        const QModelIndex index = days->model()->index(cell / 7, cell % 7);
+        if (index.data().toString() == u"13"_s)
+            thirteenth = index;
+    }
+    QVERIFY(thirteenth.isValid());
+    QTest::mouseClick(days->viewport(), Qt::LeftButton, {}, days->visualRect(thirteenth).center());
+    QTRY_VERIFY(!picker->calendarPanel());
     QCOMPARE(listedTexts(), QStringList { u"february"_s });
 }
 
@@ -251,11 +268,26 @@ void TestReportWindow::tickingASidebarItemNarrowsTheList()
     BvSidebarOutlineView *outline = sidebar->sidebarView();
     QTest::mouseClick(outline->viewport(), Qt::LeftButton, {}, outline->visualRect(acme).center());
     QCOMPARE(listedTexts(), (QStringList { u"@Acme #call three"_s, u"@Acme one"_s }));
+    QVERIFY(!outline->selectionModel()->hasSelection());
     const QModelIndex call = model->index(0, 0, model->groupIndex(ReportSidebarItemsManager::Group::Tasks));
     QTest::mouseClick(outline->viewport(), Qt::LeftButton, {}, outline->visualRect(call).center());
     QCOMPARE(listedTexts(), QStringList { u"@Acme #call three"_s });
-    QTest::mouseClick(outline->viewport(), Qt::LeftButton, {}, outline->visualRect(acme).center());
-    QTest::mouseClick(outline->viewport(), Qt::LeftButton, {}, outline->visualRect(call).center());
+    // A group row is not an item.
+    const QModelIndex tasks = model->groupIndex(ReportSidebarItemsManager::Group::Tasks);
+    QTest::mouseClick(outline->viewport(), Qt::LeftButton, {}, outline->visualRect(tasks).center());
+    QCOMPARE(listedTexts(), QStringList { u"@Acme #call three"_s });
+
+    // The keyboard: Space or Return on the current item ticks it, on a group row nothing.
+    outline->setFocus();
+    outline->setCurrentIndex(model->groupIndex(ReportSidebarItemsManager::Group::Projects));
+    QTest::keyClick(outline, Qt::Key_Space);
+    QCOMPARE(m_window->sidebarItemsManager()->selectedProjectIds().size(), 1);
+    QTest::keyClick(outline, Qt::Key_Down);
+    QCOMPARE(outline->currentIndex(), acme);
+    QTest::keyClick(outline, Qt::Key_Space);
+    QVERIFY(m_window->sidebarItemsManager()->selectedProjectIds().isEmpty());
+    outline->setCurrentIndex(call);
+    QTest::keyClick(outline, Qt::Key_Return);
     QCOMPARE(listedTexts().size(), 3);
 }
 
@@ -300,17 +332,13 @@ void TestReportWindow::tableKeysMoveToggleAndDelete()
     QCOMPARE(table.selectedRowIndexes(), QList<int> { 0 });
     const auto records = m_store->newContext()->fetchDeletedActivities();
     QCOMPARE(records->size(), 1);
-}
 
-void TestReportWindow::deletingKeepsTheRunningActivity()
-{
-    add(u"done"_s, u"2024-03-13 08:00"_s, u"2024-03-13 09:00"_s);
+    // Deleting everything leaves the running activity, which the window names to the deletion.
     QCOMPARE(m_manager->startTrack(u"running"_s), QString());
-    open();
-    QCOMPARE(listedTexts().size(), 2);
-    m_window->tableView().selectAll();
-    m_window->deleteSelectedActivity();
-    QMessageBox *alert = waitForAlert(m_window);
+    QTRY_COMPARE(listedTexts().size(), 3);
+    table.selectAll();
+    QTest::keyClick(&table, Qt::Key_Delete);
+    alert = waitForAlert(m_window);
     QVERIFY(alert);
     QTest::mouseClick(alert->button(QMessageBox::Ok), Qt::LeftButton);
     QCOMPARE(listedTexts(), QStringList { u"running"_s });
@@ -586,6 +614,30 @@ void TestReportWindow::importingTwiceAddsNothing()
         window->close();
         QTRY_VERIFY(!guard);
     }
+}
+
+void TestReportWindow::aFileTheReadingRefusesAddsNothingAndSaysNothing()
+{
+    const QString path = m_home->root() + u"/notes.xml"_s;
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("these are notes, not activities");
+    file.close();
+    QPointer<ReportWindowController> window = ReportWindowController::initAsImport(*m_store, *m_manager, *m_settings);
+    window->show();
+    QFileDialog *dialog = waitForDialog(window);
+    QVERIFY(dialog);
+    dialog->findChild<QLineEdit *>(u"fileNameEdit"_s)->setText(path);
+    QTest::keyClick(dialog->findChild<QLineEdit *>(u"fileNameEdit"_s), Qt::Key_Return);
+    QTRY_VERIFY(!dialog->isVisible());
+    QTest::qWait(50);
+    QVERIFY(window);
+    QVERIFY(!window->alert());
+    QCOMPARE(window->model().rowCount(), 0);
+    QVERIFY(!window->findChild<QPushButton *>(u"importAllButton"_s)->isEnabled());
+    QCOMPARE(storedCount(), 0);
+    window->close();
+    QTRY_VERIFY(!window);
 }
 
 void TestReportWindow::cancellingTheImportDialogClosesTheWindow()
