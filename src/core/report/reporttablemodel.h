@@ -93,7 +93,7 @@ private:
     std::expected<void, BvError> filter(const ActivityQuery &query);
     // Whether the record at this index passes the last query's in-memory conditions.
     bool passes(const ActivityRecord &record, const QString &folded) const;
-    int recordIndexOfUid(const QString &uid) const;
+    int recordIndexOfUid(const QString &uid, bool few) const;
 
     Store &m_store;
     std::vector<ActivityRecord> m_records;
