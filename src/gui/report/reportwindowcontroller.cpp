@@ -787,9 +787,10 @@ void ReportWindowController::onStoreChanged(const StoreChanges &changes)
         return;
     // Only updates of listed activities (the running one's end every half minute): those rows alone are
     // read again, unless a full read is already due.
-    const bool onlyUpdates = !changes.isEverything() && changes.insertedUids().isEmpty()
-        && changes.deletedUids().isEmpty() && !changes.contains(StoreChanges::Entity::Project)
-        && !changes.contains(StoreChanges::Entity::Task);
+    // A write that names no activity (a bulk one) may have changed any: that reads again.
+    const bool onlyUpdates = !changes.isEverything() && !changes.updatedUids().isEmpty()
+        && changes.insertedUids().isEmpty() && changes.deletedUids().isEmpty()
+        && !changes.contains(StoreChanges::Entity::Project) && !changes.contains(StoreChanges::Entity::Task);
     if (onlyUpdates && !m_queryScheduled) {
         m_refreshUids.unite(changes.updatedUids());
         scheduleRefresh();
