@@ -12,6 +12,7 @@
 #include <QMimeData>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QSignalSpy>
 #include <QSplitter>
 #include <QTableView>
 #include <QTest>
@@ -185,6 +186,19 @@ void TestReportWindow::opensOnTheWeekAndFollowsTheStore()
     add(u"added elsewhere"_s, u"2024-03-13 08:00"_s, u"2024-03-13 09:00"_s);
     QTRY_COMPARE(listedTexts(), (QStringList { u"added elsewhere"_s, u"tuesday"_s, u"monday"_s }));
     QCOMPARE(totals(), u"Total: 03:00:00"_s);
+
+    // The running activity's touch changes its row and the totals in place; the selection stays.
+    m_clock.set(local(u"2024-03-13 09:30"_s));
+    QCOMPARE(m_manager->startTrack(u"running"_s), QString());
+    QTRY_COMPARE(listedTexts().size(), 4);
+    m_window->tableView().selectionModel()->select(
+        QItemSelection(m_window->model().index(2, 0), m_window->model().index(3, 5)), QItemSelectionModel::Select);
+    QSignalSpy reset(&m_window->model(), &QAbstractItemModel::modelReset);
+    m_clock.set(local(u"2024-03-13 10:00"_s));
+    m_manager->touchCurrentActivity();
+    QTRY_COMPARE(totals(), u"Total: 02:00:00 / 03:30:00"_s);
+    QCOMPARE(reset.count(), 0);
+    QCOMPARE(m_window->tableView().selectedRowIndexes(), (QList<int> { 2, 3 }));
 }
 
 void TestReportWindow::searchFiltersAsOneTypes()
