@@ -1,5 +1,6 @@
 // The report window on the journal of 100,000 activities: opening on "all", a keystroke in the search
-// field, a ticked sidebar project, and the resident memory once the whole list has been scrolled through.
+// field, a ticked sidebar project, the half-minute touch of the running activity (its commit and the window
+// refreshing that one row), and the resident memory once the whole list has been scrolled through.
 // Run under a display (Xvfb) or with QT_QPA_PLATFORM=offscreen.
 #include <benchmark/benchmark.h>
 
@@ -112,6 +113,29 @@ void BM_SidebarTick(benchmark::State &state)
     }
 }
 BENCHMARK(BM_SidebarTick)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_RunningTouchRefresh(benchmark::State &state)
+{
+    Journal &j = journal();
+    if (!j.manager->isTracking() && !j.manager->startTrack(QStringLiteral("running benchmark")).isEmpty()) {
+        state.SkipWithError("could not start tracking");
+        return;
+    }
+    std::unique_ptr<ReportWindowController> window = openOnAll();
+    // The start's own change (a new row) reaches the window first.
+    QTest::qWait(50);
+    const double before = *window->totalSeconds();
+    for (auto _ : state) {
+        j.manager->touchCurrentActivity();
+        // The window reads the store's change on the next turn of the event loop.
+        QCoreApplication::processEvents();
+        QCoreApplication::processEvents();
+    }
+    if (window->model().rowCount() != BenchmarkJournal::Activities + 1)
+        state.SkipWithError("the touch changed the list");
+    benchmark::DoNotOptimize(before);
+}
+BENCHMARK(BM_RunningTouchRefresh)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_ResidentAfterScrollingAll(benchmark::State &state)
 {

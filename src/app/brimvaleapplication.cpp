@@ -161,7 +161,7 @@ std::expected<void, BvError> BrimvaleApplication::launch(const AppLaunchOptions 
         m_delegate.get(), &Brimvale_AppDelegate::reportRequested, m_reportWindows.get(), &ReportWindows::showReport);
     connect(
         m_delegate.get(), &Brimvale_AppDelegate::importRequested, m_reportWindows.get(), &ReportWindows::showImport);
-    connect(m_reportWindows.get(), &ReportWindows::reportActiveChanged, m_delegate.get(),
+    connect(m_reportWindows.get(), &ReportWindows::reportOpenChanged, m_delegate.get(),
         &Brimvale_AppDelegate::enableWindowMenuItemReport);
     connect(m_reportWindows.get(), &ReportWindows::mainWindowRequested, m_delegate.get(),
         &Brimvale_AppDelegate::showAndBringMainWindowToFront);

@@ -20,6 +20,8 @@
 #include "gui/app/recentactivitiesmenu.h"
 #include "gui/app/statusbarmenu.h"
 #include "gui/app/storeerroralert.h"
+#include "gui/report/reportwindowcontroller.h"
+#include "gui/report/reportwindows.h"
 #include "model/activitymanager.h"
 #include "model/store.h"
 #include "model/storecontext.h"
@@ -104,6 +106,7 @@ private Q_SLOTS:
     void switchingToATimerShowsItAtOnce();
     void startTimeButtonOpensTheSheetOnlyWhileTracking();
     void storeThatCannotOpenIsTheLaunchError();
+    void reportWindowsFollowShowCloseAndTheApp();
 
 private:
     // Writes settings before launch (the cached ones are read once).
@@ -575,6 +578,35 @@ void TestBrimvaleApp::storeThatCannotOpenIsTheLaunchError()
     QCOMPARE(alert.text(), launched.error().description());
     QVERIFY(alert.detailedText().contains(QString::number(StoreErrors::FolderIsFileCode)));
     QVERIFY(alert.detailedText().contains(launched.error().domain()));
+}
+
+// The main window's Window > Report item follows the report's showing and closing, never its activation;
+// an import opened from the report's own File menu belongs to the app and goes with it.
+void TestBrimvaleApp::reportWindowsFollowShowCloseAndTheApp()
+{
+    BrimvaleApplication &app = launch();
+    QAction *item = window().findChild<QAction *>(QStringLiteral("windowReportAction"));
+    QVERIFY(item);
+    QVERIFY(!item->isEnabled());
+
+    window().findChild<QAction *>(QStringLiteral("showReportAction"))->trigger();
+    QPointer<ReportWindowController> report = app.reportWindows().reportWindow();
+    QVERIFY(report && report->isVisible());
+    QVERIFY(item->isEnabled());
+    window().activateWindow();
+    QApplication::setActiveWindow(&window());
+    QVERIFY(item->isEnabled());
+
+    report->findChild<QAction *>(QStringLiteral("importAction"))->trigger();
+    QCOMPARE(app.reportWindows().importWindows().size(), 1);
+    QPointer<ReportWindowController> import = app.reportWindows().importWindows().first();
+
+    report->close();
+    QTRY_VERIFY(!report);
+    QVERIFY(!item->isEnabled());
+    QVERIFY(import);
+    m_app.reset();
+    QVERIFY(!import);
 }
 
 QTEST_MAIN(TestBrimvaleApp)

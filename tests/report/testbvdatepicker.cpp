@@ -11,7 +11,7 @@
 #include "fakes/fakeclock.h"
 #include "gui/report/bvdatepicker.h"
 #include "gui/report/bvdatepickerpanelviewcontroller.h"
-#include "gui/report/bvdatepickerrules.h"
+#include "report/bvdatepickerrules.h"
 
 using namespace Qt::StringLiterals;
 

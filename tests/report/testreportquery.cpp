@@ -1,4 +1,5 @@
 #include <QAbstractItemModelTester>
+#include <QSignalSpy>
 #include <QTest>
 
 #include "export/bvdurationtransformer.h"
@@ -43,6 +44,8 @@ private Q_SLOTS:
     void searchInMemoryMatchesTheStore_data();
     void searchInMemoryMatchesTheStore();
     void filterStatusAndSidebarNarrowTheList();
+    void updatesRefreshTheirRowsInPlace_data();
+    void updatesRefreshTheirRowsInPlace();
     void totalsLabel_data();
     void totalsLabel();
     void actionMenuItems_data();
@@ -54,6 +57,8 @@ private Q_SLOTS:
     void copyTextHasEveryColumnInOrder();
     void sidebarWidthOnOpening_data();
     void sidebarWidthOnOpening();
+    void columnsLeaveTheTextItsRoom_data();
+    void columnsLeaveTheTextItsRoom();
 
 private:
     QString add(const QString &text, const QDateTime &from, const QDateTime &to, bool invoiced = false);
@@ -333,6 +338,89 @@ void TestReportQuery::filterStatusAndSidebarNarrowTheList()
     QVERIFY(check(filter, { u"@Other #design #call three"_qs }));
 }
 
+void TestReportQuery::updatesRefreshTheirRowsInPlace_data()
+{
+    QTest::addColumn<QString>("change");
+    QTest::addColumn<QString>("search");
+    QTest::addColumn<int>("invoicedFilter"); // -1 none, else ReportQuery's filter status
+    QTest::addColumn<bool>("inPlace");
+    QTest::addColumn<int>("changedRows");
+    QTest::newRow("the end moves on") << "end"
+                                      << "" << -1 << true << 1;
+    QTest::newRow("marked invoiced, listed either way") << "invoiced"
+                                                        << "" << -1 << true << 1;
+    QTest::newRow("an unlisted row stays out") << "end"
+                                               << "one" << -1 << true << 0;
+    QTest::newRow("a new start may reorder") << "start"
+                                             << "" << -1 << false << 0;
+    QTest::newRow("leaves the range") << "out"
+                                      << "" << -1 << false << 0;
+    QTest::newRow("leaves the invoiced filter") << "invoiced"
+                                                << "" << int(ReportQuery::OnlyNotInvoiced) << false << 0;
+    QTest::newRow("enters the search") << "text"
+                                       << "one" << -1 << false << 0;
+}
+
+void TestReportQuery::updatesRefreshTheirRowsInPlace()
+{
+    QFETCH(QString, change);
+    QFETCH(QString, search);
+    QFETCH(int, invoicedFilter);
+    QFETCH(bool, inPlace);
+    QFETCH(int, changedRows);
+    add(QStringLiteral("@Acme one"), local(QStringLiteral("2024-03-12 09:00")),
+        local(QStringLiteral("2024-03-12 10:00")));
+    const QString two = add(
+        QStringLiteral("two"), local(QStringLiteral("2024-03-12 11:00")), local(QStringLiteral("2024-03-12 11:30")));
+    add(QStringLiteral("three"), local(QStringLiteral("2024-03-11 08:00")), local(QStringLiteral("2024-03-11 09:00")));
+    ReportQuery::Filter filter;
+    filter.range = { local(QStringLiteral("2024-03-11 00:00")), local(QStringLiteral("2024-03-18 00:00")) };
+    filter.searchText = search;
+    if (invoicedFilter >= 0)
+        filter.filterStatus = invoicedFilter;
+    const ActivityQuery query = ReportQuery::activityQuery(filter);
+    ReportTableModel model(*m_store);
+    QAbstractItemModelTester tester(&model);
+    QVERIFY(model.load(query));
+
+    auto context = m_store->newContext();
+    ActivityPtr activity = *context->activityWithUid(two);
+    if (change == u"end")
+        activity->setTimeTo(local(QStringLiteral("2024-03-12 12:45")));
+    else if (change == u"invoiced")
+        activity->setIsInvoiced(true);
+    else if (change == u"start")
+        activity->setTimeFrom(local(QStringLiteral("2024-03-12 08:00")));
+    else if (change == u"text")
+        activity->setText(QStringLiteral("two and one"));
+    else {
+        activity->setTimeFrom(local(QStringLiteral("2024-03-05 11:00")));
+        activity->setTimeTo(local(QStringLiteral("2024-03-05 12:00")));
+    }
+    QVERIFY(context->save());
+
+    QSignalSpy reset(&model, &QAbstractItemModel::modelReset);
+    QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
+    const auto refreshed = model.refreshRecords({ two });
+    QVERIFY(refreshed);
+    QCOMPARE(*refreshed, inPlace);
+    QCOMPARE(reset.count(), 0);
+    QCOMPARE(changed.count(), changedRows);
+    if (!inPlace)
+        return;
+    // In place, the model holds what a fresh read lists.
+    ReportTableModel fresh(*m_store);
+    QVERIFY(fresh.load(query));
+    QCOMPARE(model.rowCount(), fresh.rowCount());
+    for (int row = 0; row < fresh.rowCount(); ++row) {
+        QCOMPARE(model.record(row).uid, fresh.record(row).uid);
+        QCOMPARE(model.record(row).timeTo, fresh.record(row).timeTo);
+        QCOMPARE(model.record(row).isInvoiced, fresh.record(row).isInvoiced);
+    }
+    QCOMPARE(model.totalSeconds(), fresh.totalSeconds());
+    QCOMPARE(model.invoicedCount(), fresh.invoicedCount());
+}
+
 void TestReportQuery::totalsLabel_data()
 {
     QTest::addColumn<int>("format");
@@ -374,7 +462,6 @@ void TestReportQuery::actionMenuItems_data()
     QTest::newRow("one invoiced") << 1 << 1 << 5 << 1 << 1 << true << "Is invoiced (selected activity)" << 2;
     QTest::newRow("one not invoiced") << 1 << 0 << 5 << 1 << 1 << true << "Mark as invoiced (selected activity)" << 0;
     QTest::newRow("three, one invoiced") << 3 << 1 << 5 << 1 << 1 << true << "Is Invoiced (selected activities)" << 1;
-    QTest::newRow("three invoiced") << 3 << 3 << 5 << 3 << 1 << true << "Is Invoiced (selected activities)" << 2;
     QTest::newRow("three none") << 3 << 0 << 5 << 0 << 1 << true << "Mark as invoiced (selected activities)" << 0;
     QTest::newRow("all mixed") << 0 << 0 << 5 << 2 << 2 << true << "Is Invoiced (all activities)" << 1;
     QTest::newRow("all invoiced") << 0 << 0 << 5 << 5 << 2 << true << "Is Invoiced (all activities)" << 2;
@@ -526,6 +613,26 @@ void TestReportQuery::sidebarWidthOnOpening()
     QFETCH(double, saved);
     QFETCH(int, expected);
     QCOMPARE(ReportLayout::sidebarWidth(saved, 150, 1000, 400), expected);
+}
+
+void TestReportQuery::columnsLeaveTheTextItsRoom_data()
+{
+    QTest::addColumn<int>("available");
+    QTest::addColumn<QList<int>>("expected");
+    // Wished 150, 150, 80, 120, 120 (620); minimum 100, 100, 60, 60, 60 (380).
+    QTest::newRow("room enough") << 700 << QList<int> { 150, 150, 80, 120, 120 };
+    QTest::newRow("exactly") << 620 << QList<int> { 150, 150, 80, 120, 120 };
+    QTest::newRow("shrunk in proportion, adding up") << 500 << QList<int> { 125, 125, 70, 90, 90 };
+    QTest::newRow("odd amounts still add up") << 619 << QList<int> { 150, 150, 80, 120, 119 };
+    QTest::newRow("never below the minimum") << 100 << QList<int> { 100, 100, 60, 60, 60 };
+}
+
+void TestReportQuery::columnsLeaveTheTextItsRoom()
+{
+    QFETCH(int, available);
+    QFETCH(QList<int>, expected);
+    QCOMPARE(
+        ReportLayout::fittedColumnWidths({ 150, 150, 80, 120, 120 }, { 100, 100, 60, 60, 60 }, available), expected);
 }
 
 QTEST_GUILESS_MAIN(TestReportQuery)

@@ -36,7 +36,6 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void clickTicksWithoutSelecting();
     void prunedTickMakesTheReportQueryAgain();
     void dropInTheOutline_data();
     void dropInTheOutline();
@@ -88,34 +87,6 @@ QModelIndex TestReportSidebarLionView::itemIndex(Group group, int row) const
 QPoint TestReportSidebarLionView::centreOf(const QModelIndex &index) const
 {
     return m_view->sidebarView()->visualRect(index).center();
-}
-
-void TestReportSidebarLionView::clickTicksWithoutSelecting()
-{
-    makeView();
-    BvSidebarOutlineView *outline = m_view->findChild<BvSidebarOutlineView *>(u"sidebarView"_s);
-    QVERIFY(outline);
-    QSignalSpy selectionChanged(m_view.get(), &ReportSidebarLionView::reportSidebarSelectionChanged);
-    const qint64 beta = m_manager->projects().at(1).managedObjectID;
-    const qint64 review = m_manager->tasks().at(1).managedObjectID;
-
-    QTest::mouseClick(outline->viewport(), Qt::LeftButton, {}, centreOf(itemIndex(Group::Projects, 1)));
-    QCOMPARE(selectionChanged.count(), 1);
-    QCOMPARE(m_manager->selectedProjectIds(), QList<qint64> { beta });
-    QVERIFY(itemIndex(Group::Projects, 1).data(ReportSidebarOutlineModel::SelectedRole).toBool());
-    QVERIFY(!outline->selectionModel()->hasSelection());
-
-    QTest::mouseClick(outline->viewport(), Qt::LeftButton, {}, centreOf(itemIndex(Group::Tasks, 1)));
-    QCOMPARE(selectionChanged.count(), 2);
-    QCOMPARE(m_manager->selectedTaskIds(), QList<qint64> { review });
-
-    // A group row is not an item; a second click unticks.
-    QTest::mouseClick(outline->viewport(), Qt::LeftButton, {}, centreOf(m_view->model()->groupIndex(Group::Tasks)));
-    QCOMPARE(selectionChanged.count(), 2);
-    QTest::mouseClick(outline->viewport(), Qt::LeftButton, {}, centreOf(itemIndex(Group::Projects, 1)));
-    QCOMPARE(selectionChanged.count(), 3);
-    QVERIFY(m_manager->selectedProjectIds().isEmpty());
-    QVERIFY(!outline->selectionModel()->hasSelection());
 }
 
 void TestReportSidebarLionView::prunedTickMakesTheReportQueryAgain()

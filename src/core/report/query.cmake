@@ -7,4 +7,6 @@ target_sources(brimvale-core PRIVATE
     activityinvoicing.cpp activityinvoicing.h
     reporttablemodel.cpp reporttablemodel.h
     reportlayout.cpp reportlayout.h
-    bvfileexportformatcollection.cpp bvfileexportformatcollection.h)
+    bvfileexportformatcollection.cpp bvfileexportformatcollection.h
+    # The date picker's rules (its widgets are in gui/report).
+    bvdatepickerrules.cpp bvdatepickerrules.h)

@@ -96,6 +96,7 @@ std::expected<void, BvError> ReportTableModel::load(const ActivityQuery &query)
     if (reread) {
         m_records = std::move(records);
         m_foldedTexts.clear();
+        m_recordOfUid.clear();
         m_baseQuery = base;
         m_loaded = true;
     }
@@ -135,20 +136,14 @@ std::expected<void, BvError> ReportTableModel::filter(const ActivityQuery &query
     m_totalSeconds = 0;
     m_invoicedCount = 0;
     m_rowOfUidValid = false;
-    const std::optional<LikePattern> pattern = textLike ? std::optional(LikePattern(*textLike)) : std::nullopt;
+    m_query = query;
+    m_projectNames = std::move(projects);
+    m_taskNames = std::move(tasks);
+    m_pattern = textLike ? std::optional(LikePattern(*textLike)) : std::nullopt;
     qint64 seconds = 0;
     for (std::size_t i = 0; i < m_records.size(); ++i) {
         const ActivityRecord &record = m_records[i];
-        // The store never matches an activity without text, whatever the pattern.
-        if (query.isInvoiced && record.isInvoiced != *query.isInvoiced)
-            continue;
-        if (projects && (record.project.isNull() || !projects->contains(record.project)))
-            continue;
-        if (tasks && std::none_of(record.tasks.cbegin(), record.tasks.cend(), [&](const QString &task) {
-                return tasks->contains(task);
-            }))
-            continue;
-        if (pattern && (record.text.isNull() || !pattern->matchesFolded(m_foldedTexts[i])))
+        if (!passes(record, m_pattern ? m_foldedTexts[i] : QString()))
             continue;
         m_rows.push_back(int(i));
         seconds += record.durationSecs();
@@ -157,6 +152,87 @@ std::expected<void, BvError> ReportTableModel::filter(const ActivityQuery &query
     }
     m_totalSeconds = double(seconds);
     return {};
+}
+
+bool ReportTableModel::passes(const ActivityRecord &record, const QString &folded) const
+{
+    if (m_query.isInvoiced && record.isInvoiced != *m_query.isInvoiced)
+        return false;
+    if (m_projectNames && (record.project.isNull() || !m_projectNames->contains(record.project)))
+        return false;
+    if (m_taskNames && std::none_of(record.tasks.cbegin(), record.tasks.cend(), [&](const QString &task) {
+            return m_taskNames->contains(task);
+        }))
+        return false;
+    // The store never matches an activity without text, whatever the pattern.
+    return !m_pattern || (!record.text.isNull() && m_pattern->matchesFolded(folded));
+}
+
+int ReportTableModel::recordIndexOfUid(const QString &uid, bool few) const
+{
+    // A few look-ups scan (well under a millisecond for 100,000 records); more build the index once.
+    if (few && m_recordOfUid.isEmpty()) {
+        const auto found = std::find_if(
+            m_records.cbegin(), m_records.cend(), [&](const ActivityRecord &record) { return record.uid == uid; });
+        return found == m_records.cend() ? -1 : int(found - m_records.cbegin());
+    }
+    if (m_recordOfUid.isEmpty() && !m_records.empty()) {
+        m_recordOfUid.reserve(qsizetype(m_records.size()));
+        for (std::size_t i = 0; i < m_records.size(); ++i)
+            m_recordOfUid.insert(m_records[i].uid, int(i));
+    }
+    return m_recordOfUid.value(uid, -1);
+}
+
+std::expected<bool, BvError> ReportTableModel::refreshRecords(const QSet<QString> &uids)
+{
+    if (!m_loaded)
+        return false;
+    std::vector<std::pair<int, ActivityRecord>> changed;
+    for (const QString &uid : uids) {
+        ActivityQuery query = m_baseQuery;
+        query.uid = uid;
+        // One row: unordered, so the store looks it up by uid instead of walking the start index.
+        query.order = ActivityQuery::Order::Unordered;
+        auto fetched = JournalQueries(m_store).fetchActivityRecords(query);
+        if (!fetched)
+            return std::unexpected(fetched.error());
+        const int recordIndex = recordIndexOfUid(uid, uids.size() <= 8);
+        if (fetched->empty() && recordIndex < 0)
+            continue;
+        // In or out of the range, or a new start: the order may change.
+        if (fetched->empty() || recordIndex < 0
+            || fetched->front().timeFrom != m_records[std::size_t(recordIndex)].timeFrom)
+            return false;
+        changed.emplace_back(recordIndex, std::move(fetched->front()));
+    }
+    const auto foldedOf
+        = [this](const ActivityRecord &record) { return m_pattern ? LikePattern::fold(record.text) : QString(); };
+    for (const auto &[recordIndex, record] : changed) {
+        const ActivityRecord &old = m_records[std::size_t(recordIndex)];
+        if (passes(old, foldedOf(old)) != passes(record, foldedOf(record)))
+            return false;
+    }
+    const int lastColumn = ColumnCount - 1;
+    for (auto &[recordIndex, record] : changed) {
+        ActivityRecord &old = m_records[std::size_t(recordIndex)];
+        // The listed rows hold record indexes in ascending order.
+        int row = -1;
+        if (passes(old, foldedOf(old))) {
+            const auto found = std::lower_bound(m_rows.cbegin(), m_rows.cend(), recordIndex);
+            row = found != m_rows.cend() && *found == recordIndex ? int(found - m_rows.cbegin()) : -1;
+        }
+        if (row >= 0) {
+            m_totalSeconds += double(record.durationSecs() - old.durationSecs());
+            m_invoicedCount += int(record.isInvoiced) - int(old.isInvoiced);
+        }
+        if (!m_foldedTexts.empty())
+            m_foldedTexts[std::size_t(recordIndex)] = LikePattern::fold(record.text);
+        old = std::move(record);
+        if (row >= 0)
+            Q_EMIT dataChanged(index(row, 0), index(row, lastColumn));
+    }
+    return true;
 }
 
 int ReportTableModel::rowOfUid(const QString &uid) const

@@ -6,12 +6,14 @@
 
 #include <QAbstractTableModel>
 #include <QHash>
+#include <QSet>
 #include <QStringList>
 
 #include "base/bverror.h"
 #include "export/bvdurationtransformer.h"
 #include "model/activityquery.h"
 #include "model/activityrecord.h"
+#include "model/likepattern.h"
 
 class Store;
 
@@ -48,6 +50,11 @@ public:
     std::expected<void, BvError> load(const ActivityQuery &query);
     // The store changed: the next load reads it again.
     void invalidate() { m_loaded = false; }
+    // Some activities were updated (the running one's end moving on, every half minute): re-reads just
+    // them by uid, changes their rows in place and the totals with them. False, with nothing changed, when
+    // an update may move a row or bring one in or out of the list (a new start, a range or filter left or
+    // entered): the caller then loads again.
+    std::expected<bool, BvError> refreshRecords(const QSet<QString> &uids);
 
     const ActivityRecord &record(int row) const { return m_records[m_rows[std::size_t(row)]]; }
     QString uid(int row) const { return record(row).uid; }
@@ -84,6 +91,9 @@ public:
 
 private:
     std::expected<void, BvError> filter(const ActivityQuery &query);
+    // Whether the record at this index passes the last query's in-memory conditions.
+    bool passes(const ActivityRecord &record, const QString &folded) const;
+    int recordIndexOfUid(const QString &uid, bool few) const;
 
     Store &m_store;
     std::vector<ActivityRecord> m_records;
@@ -91,10 +101,16 @@ private:
     std::vector<QString> m_foldedTexts;
     std::vector<int> m_rows;
     ActivityQuery m_baseQuery;
+    // The last query's in-memory conditions: names for the row ids, and the text pattern.
+    ActivityQuery m_query;
+    std::optional<QSet<QString>> m_projectNames;
+    std::optional<QSet<QString>> m_taskNames;
+    std::optional<LikePattern> m_pattern;
     bool m_loaded = false;
     double m_totalSeconds = 0;
     int m_invoicedCount = 0;
     BVDurationTransformer m_transformer;
     mutable QHash<QString, int> m_rowOfUid;
     mutable bool m_rowOfUidValid = false;
+    mutable QHash<QString, int> m_recordOfUid;
 };

@@ -51,6 +51,8 @@ const auto ReportDurationFormat = QStringLiteral("report_duration_format");
 const auto ReportFilterVisible = QStringLiteral("reportFilterVisible");
 const auto ReportFilterToolbarVisible = QStringLiteral("reportFilterToolbarVisible");
 const auto ReportChartVisible = QStringLiteral("reportChartVisible");
+const auto ReportWindowGeometry = QStringLiteral("reportWindowGeometry");
+const auto ReportTableHeaderState = QStringLiteral("reportTableHeaderState");
 const auto IdleDetectionEnabled = QStringLiteral("idleDetectionEnabled");
 const auto IdleDetectionTimeout = QStringLiteral("idleDetectionTimeout");
 const auto DefaultIdleAction = QStringLiteral("defaultIdleAction");
@@ -667,6 +669,26 @@ bool BvSettings::reportChartVisible() const
 void BvSettings::setReportChartVisible(bool visible)
 {
     setBoolValue(visible, Key::ReportChartVisible);
+}
+
+QByteArray BvSettings::reportWindowGeometry() const
+{
+    return QByteArray::fromBase64(m_defaults->stringForKey(Key::ReportWindowGeometry).toLatin1());
+}
+
+void BvSettings::setReportWindowGeometry(const QByteArray &geometry)
+{
+    writeString(QString::fromLatin1(geometry.toBase64()), Key::ReportWindowGeometry);
+}
+
+QByteArray BvSettings::reportTableHeaderState() const
+{
+    return QByteArray::fromBase64(m_defaults->stringForKey(Key::ReportTableHeaderState).toLatin1());
+}
+
+void BvSettings::setReportTableHeaderState(const QByteArray &state)
+{
+    writeString(QString::fromLatin1(state.toBase64()), Key::ReportTableHeaderState);
 }
 
 bool BvSettings::idleTimeoutDetection() const

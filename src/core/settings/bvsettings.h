@@ -170,6 +170,12 @@ public:
     // The report's chart pane under the table, stored as "1"/"0"; hidden unless turned on.
     bool reportChartVisible() const;
     void setReportChartVisible(bool visible);
+    // The report window's geometry and its table header's state (column widths, order, hidden columns),
+    // as Qt saves them, stored in base64; empty until the window first closed.
+    QByteArray reportWindowGeometry() const;
+    void setReportWindowGeometry(const QByteArray &geometry);
+    QByteArray reportTableHeaderState() const;
+    void setReportTableHeaderState(const QByteArray &state);
 
     // Idle detection on or off; a change emits BvIdleDetectionChanged.
     bool idleTimeoutDetection() const;

@@ -87,7 +87,7 @@ public:
     void showSyncStatusWindow();
     // Null until the first run started or the sync button was pressed.
     BVSyncStatusWindowController *syncStatusWindow() const;
-    // enableWindowMenuItemReport: the Window menu's report item follows the report window's activation.
+    // enableWindowMenuItemReport: the Window menu's report item is enabled while the report window is open.
     void enableWindowMenuItemReport(bool enabled);
     // The start-time button: opens the start-time sheet over the main window while tracking.
     void onEditStartTimeButton();

@@ -14,7 +14,7 @@
 #include "base/clock.h"
 #include "base/datehelpers.h"
 #include "gui/report/bvdatepicker.h"
-#include "gui/report/bvdatepickerrules.h"
+#include "report/bvdatepickerrules.h"
 
 namespace {
 

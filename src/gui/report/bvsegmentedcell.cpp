@@ -9,7 +9,7 @@
 #include <QStyleOptionFocusRect>
 #include <QToolTip>
 
-#include "gui/report/bvdatepickerrules.h"
+#include "report/bvdatepickerrules.h"
 
 namespace {
 

@@ -2,6 +2,7 @@
 
 #include <QApplication>
 #include <QDrag>
+#include <QKeyEvent>
 #include <QMimeData>
 #include <QMouseEvent>
 
@@ -29,6 +30,18 @@ bool BvSidebarOutlineView::isOnCheckBox(const QModelIndex &index, const QPoint &
     if (!(index.flags() & Qt::ItemIsUserCheckable))
         return false;
     return BvReportSidebarCellView::checkBoxRect(visualRect(index)).contains(pos);
+}
+
+void BvSidebarOutlineView::keyPressEvent(QKeyEvent *event)
+{
+    const bool press = event->key() == Qt::Key_Space || event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+    const QModelIndex current = currentIndex();
+    if (press && event->modifiers() == Qt::NoModifier && current.isValid() && current.parent().isValid()) {
+        Q_EMIT itemClicked(current);
+        event->accept();
+        return;
+    }
+    BvOutlineView::keyPressEvent(event);
 }
 
 void BvSidebarOutlineView::mousePressEvent(QMouseEvent *event)

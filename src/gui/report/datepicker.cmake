@@ -3,7 +3,6 @@ target_sources(brimvale-gui PRIVATE
     ${CMAKE_CURRENT_LIST_DIR}/bvdatepicker.cpp ${CMAKE_CURRENT_LIST_DIR}/bvdatepicker.h
     ${CMAKE_CURRENT_LIST_DIR}/bvdatepickerpanelviewcontroller.cpp
     ${CMAKE_CURRENT_LIST_DIR}/bvdatepickerpanelviewcontroller.h
-    ${CMAKE_CURRENT_LIST_DIR}/bvdatepickerrules.cpp ${CMAKE_CURRENT_LIST_DIR}/bvdatepickerrules.h
     ${CMAKE_CURRENT_LIST_DIR}/bvsegmentedcell.cpp ${CMAKE_CURRENT_LIST_DIR}/bvsegmentedcell.h)
 
 qt_add_resources(brimvale-gui brimvale-datepicker-icons

@@ -102,6 +102,8 @@ ReportWindowController::ReportWindowController(
     setWindowTitle(isImport() ? tr("Import activities") : tr("Report"));
     setAttribute(Qt::WA_DeleteOnClose);
     resize(1000, 640);
+    if (mode == Mode::Report && !settings.reportWindowGeometry().isEmpty())
+        restoreGeometry(settings.reportWindowGeometry());
 
     std::optional<BvError> importError;
     if (isImport()) {
@@ -132,6 +134,7 @@ ReportWindowController::ReportWindowController(
     buildHeaderMenu();
     applyLayoutSettings();
     updateToggleTitles();
+    updateSelectionActions();
 
     connect(&listedStore(), &Store::changed, this, &ReportWindowController::onStoreChanged);
     if (importError) {
@@ -145,7 +148,12 @@ ReportWindowController::ReportWindowController(
     performQuery();
 }
 
-ReportWindowController::~ReportWindowController() = default;
+ReportWindowController::~ReportWindowController()
+{
+    // The model goes before the table: its columns leaving must not reach the column fitting.
+    m_table->horizontalHeader()->disconnect(this);
+    m_table->viewport()->removeEventFilter(this);
+}
 
 Store &ReportWindowController::listedStore() const
 {
@@ -165,6 +173,7 @@ void ReportWindowController::buildMenus()
         QAction *exportSelected = file->addAction(tr("Export Selected Activities..."));
         exportSelected->setObjectName(QStringLiteral("exportSelectedAction"));
         connect(exportSelected, &QAction::triggered, this, &ReportWindowController::exportSelected);
+        m_selectionActions.append(exportSelected);
         QAction *exportAll = file->addAction(tr("Export All Activities..."));
         exportAll->setObjectName(QStringLiteral("exportAllAction"));
         connect(exportAll, &QAction::triggered, this, &ReportWindowController::exportAll);
@@ -175,7 +184,7 @@ void ReportWindowController::buildMenus()
         if (isImport())
             showOpenPanel();
         else
-            initAsImport(m_store, m_activityManager, m_settings)->show();
+            Q_EMIT importRequested();
     });
     file->addSeparator();
     QAction *closeAction = file->addAction(tr("Close"));
@@ -193,10 +202,12 @@ void ReportWindowController::buildMenus()
     copyAction->setObjectName(QStringLiteral("copyAction"));
     copyAction->setShortcut(QKeySequence::Copy);
     connect(copyAction, &QAction::triggered, this, &ReportWindowController::copy);
+    m_selectionActions.append(copyAction);
     if (!isImport()) {
         QAction *deleteAction = edit->addAction(tr("Delete"));
         deleteAction->setObjectName(QStringLiteral("deleteAction"));
         connect(deleteAction, &QAction::triggered, this, &ReportWindowController::deleteSelectedActivity);
+        m_selectionActions.append(deleteAction);
         QAction *editAction = edit->addAction(tr("Edit Activity..."));
         editAction->setObjectName(QStringLiteral("editActivityAction"));
         if (m_editing) {
@@ -204,6 +215,7 @@ void ReportWindowController::buildMenus()
             connect(m_editing, &ReportEditingController::canEditChanged, editAction, &QAction::setEnabled);
         }
         connect(editAction, &QAction::triggered, this, &ReportWindowController::editSelectedActivity);
+        m_selectionActions.append(editAction);
         QAction *newAction = edit->addAction(tr("New Activity..."));
         newAction->setObjectName(QStringLiteral("newActivityAction"));
         newAction->setShortcut(QKeySequence::New);
@@ -362,9 +374,21 @@ void ReportWindowController::buildCentre()
     m_table->setModel(m_model.get());
     m_table->setItemDelegateForColumn(ReportTableModel::TextColumn, new BvTaggedTextFieldCell(m_table));
     QHeaderView *header = m_table->horizontalHeader();
-    const QList<int> widths { 150, 150, 80, 120, 120 };
-    for (int column = 0; column < widths.size(); ++column)
-        header->resizeSection(column, widths[column]);
+    m_wishedColumnWidths = { 150, 150, 80, 120, 120 };
+    for (int column = 0; column < m_wishedColumnWidths.size(); ++column)
+        header->resizeSection(column, m_wishedColumnWidths[column]);
+    // The text takes what is left, wherever it was moved; the others give way down to their minimums.
+    header->setStretchLastSection(false);
+    header->setSectionResizeMode(ReportTableModel::TextColumn, QHeaderView::Stretch);
+    if (!isImport() && header->restoreState(m_settings.reportTableHeaderState())) {
+        for (int column = 0; column < m_wishedColumnWidths.size(); ++column)
+            m_wishedColumnWidths[column] = header->sectionSize(column);
+    }
+    connect(header, &QHeaderView::sectionResized, this, [this](int column, int, int size) {
+        if (!m_fittingColumns && column >= 0 && column < m_wishedColumnWidths.size() && size > 0)
+            m_wishedColumnWidths[column] = size;
+    });
+    m_table->viewport()->installEventFilter(this);
     m_tableSplitter = new QSplitter(Qt::Vertical, m_tablePane);
     m_tableSplitter->setObjectName(QStringLiteral("tableSplitter"));
     m_tableSplitter->setChildrenCollapsible(false);
@@ -380,6 +404,7 @@ void ReportWindowController::buildCentre()
     connect(m_table->selectionModel(), &QItemSelectionModel::selectionChanged, this, [this] {
         updateTotals();
         updateImportButtons();
+        updateSelectionActions();
     });
     connect(m_table, &BvTableView::toggleKeyPressed, this, &ReportWindowController::onTableViewToggle);
     connect(m_table, &BvTableView::deleteKeyPressed, this, &ReportWindowController::deleteSelectedActivity);
@@ -482,7 +507,7 @@ void ReportWindowController::buildActionMenu()
     connect(m_actionMenu, &QMenu::aboutToShow, this, &ReportWindowController::updateActionMenu);
     // The button's menu acts on the selection; a context-menu click sets its row just before opening.
     connect(m_actionMenu, &QMenu::aboutToHide, this,
-        [this] { QTimer::singleShot(0, this, [this] { m_clickedRow = -1; }); });
+        [this] { QTimer::singleShot(0, this, [this] { m_clickedUid.clear(); }); });
     m_actionButton->setMenu(m_actionMenu);
     updateActionMenu();
 }
@@ -645,6 +670,55 @@ void ReportWindowController::updateTotals()
     m_totalsLabel->setText(ReportTotals::labelText(m_totalSeconds, selectedTotal, m_model->durationTransformer()));
 }
 
+void ReportWindowController::updateSelectionActions()
+{
+    const bool any = m_table->selectionModel()->hasSelection();
+    for (QAction *action : std::as_const(m_selectionActions))
+        action->setEnabled(any);
+}
+
+int ReportWindowController::minimumColumnWidth(int column) const
+{
+    const int em = m_table->fontMetrics().averageCharWidth();
+    switch (column) {
+    case ReportTableModel::FromColumn:
+    case ReportTableModel::ToColumn:
+        return 9 * em;
+    case ReportTableModel::TextColumn:
+        return 14 * em;
+    default:
+        return 6 * em;
+    }
+}
+
+void ReportWindowController::fitColumns()
+{
+    const QHeaderView *header = m_table->horizontalHeader();
+    QList<int> columns;
+    QList<int> wished;
+    QList<int> minimum;
+    for (int column = 0; column < m_wishedColumnWidths.size(); ++column) {
+        if (header->isSectionHidden(column))
+            continue;
+        columns.append(column);
+        wished.append(m_wishedColumnWidths[column]);
+        minimum.append(std::min(minimumColumnWidth(column), m_wishedColumnWidths[column]));
+    }
+    const QList<int> widths = ReportLayout::fittedColumnWidths(
+        wished, minimum, m_table->viewport()->width() - minimumColumnWidth(ReportTableModel::TextColumn));
+    m_fittingColumns = true;
+    for (qsizetype i = 0; i < columns.size(); ++i)
+        m_table->horizontalHeader()->resizeSection(columns[i], widths[i]);
+    m_fittingColumns = false;
+}
+
+bool ReportWindowController::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_table->viewport() && event->type() == QEvent::Resize)
+        fitColumns();
+    return QMainWindow::eventFilter(watched, event);
+}
+
 void ReportWindowController::updateImportButtons()
 {
     if (!isImport())
@@ -657,7 +731,13 @@ void ReportWindowController::updateImportButtons()
 
 QList<int> ReportWindowController::selectedActivityRows() const
 {
-    return ReportSelection::actionRows(m_table->selectedRowIndexes(), m_clickedRow);
+    if (m_clickedUid.isEmpty())
+        return ReportSelection::actionRows(m_table->selectedRowIndexes(), -1);
+    // The clicked activity left the list while the menu was open: act on nothing rather than on another.
+    const int clickedRow = m_model->rowOfUid(m_clickedUid);
+    if (clickedRow < 0)
+        return {};
+    return ReportSelection::actionRows(m_table->selectedRowIndexes(), clickedRow);
 }
 
 QAction *ReportWindowController::menuAction(int tag) const
@@ -692,7 +772,7 @@ void ReportWindowController::updateActionMenu()
 void ReportWindowController::onTableContextMenu(const QPoint &position)
 {
     const QModelIndex index = m_table->indexAt(position);
-    m_clickedRow = index.isValid() ? index.row() : -1;
+    m_clickedUid = index.isValid() ? m_model->uid(index.row()) : QString();
     m_actionMenu->popup(m_table->viewport()->mapToGlobal(position));
 }
 
@@ -712,8 +792,44 @@ void ReportWindowController::onStoreChanged(const StoreChanges &changes)
     if (!changes.isEverything() && !changes.contains(StoreChanges::Entity::Activity)
         && !changes.contains(StoreChanges::Entity::Project) && !changes.contains(StoreChanges::Entity::Task))
         return;
+    // Only updates of listed activities (the running one's end every half minute): those rows alone are
+    // read again, unless a full read is already due.
+    // A write that names no activity (a bulk one) may have changed any: that reads again.
+    const bool onlyUpdates = !changes.isEverything() && !changes.updatedUids().isEmpty()
+        && changes.insertedUids().isEmpty() && changes.deletedUids().isEmpty()
+        && !changes.contains(StoreChanges::Entity::Project) && !changes.contains(StoreChanges::Entity::Task);
+    if (onlyUpdates && !m_queryScheduled) {
+        m_refreshUids.unite(changes.updatedUids());
+        scheduleRefresh();
+        return;
+    }
+    m_refreshUids.clear();
     m_model->invalidate();
     scheduleQuery();
+}
+
+void ReportWindowController::scheduleRefresh()
+{
+    if (m_refreshScheduled)
+        return;
+    m_refreshScheduled = true;
+    QTimer::singleShot(0, this, [this] {
+        m_refreshScheduled = false;
+        const QSet<QString> uids = std::exchange(m_refreshUids, {});
+        if (m_queryScheduled || uids.isEmpty())
+            return;
+        const auto refreshed = m_model->refreshRecords(uids);
+        if (!refreshed || !*refreshed) {
+            if (!refreshed)
+                qCWarning(lcReport) << "Could not read the changed activities:" << refreshed.error().message();
+            m_model->invalidate();
+            performQuery();
+            return;
+        }
+        m_totalSeconds = m_model->totalSeconds();
+        updateTotals();
+        updateChart();
+    });
 }
 
 void ReportWindowController::onSegmentClicked(int segment)
@@ -821,8 +937,10 @@ void ReportWindowController::setDurationFormat(int format)
 void ReportWindowController::onToggleActivityColumn(int tag, bool shown)
 {
     const int column = ReportTableModel::columnForTag(tag);
-    if (column >= 0)
+    if (column >= 0) {
         m_table->horizontalHeader()->setSectionHidden(column, !shown);
+        fitColumns();
+    }
 }
 
 void ReportWindowController::setInvoicedSelected(Qt::CheckState clickedItemState)
@@ -934,8 +1052,9 @@ QList<int> ReportWindowController::columnOrder() const
 
 void ReportWindowController::copy()
 {
+    // Copy is the table's: with the focus elsewhere the selection is not what the user means.
     const QList<int> rows = m_table->selectedRowIndexes();
-    if (rows.isEmpty())
+    if (rows.isEmpty() || !m_table->hasFocus())
         return;
     auto *mime = new QMimeData;
     mime->setText(m_model->plainText(rows, columnOrder()));
@@ -1092,6 +1211,10 @@ void ReportWindowController::importOnlySelectedActivities(bool onlySelected)
 
 void ReportWindowController::closeEvent(QCloseEvent *event)
 {
+    if (!isImport()) {
+        m_settings.setReportWindowGeometry(saveGeometry());
+        m_settings.setReportTableHeaderState(m_table->horizontalHeader()->saveState());
+    }
     if (!isImport() && !m_sidebarPane->isHidden()) {
         const int width = m_splitter->sizes().value(0);
         m_settings.setReportWindowSidebarCollapsed(
@@ -1100,11 +1223,4 @@ void ReportWindowController::closeEvent(QCloseEvent *event)
     QMainWindow::closeEvent(event);
     if (event->isAccepted())
         Q_EMIT closed();
-}
-
-void ReportWindowController::changeEvent(QEvent *event)
-{
-    QMainWindow::changeEvent(event);
-    if (event->type() == QEvent::ActivationChange && !isImport())
-        Q_EMIT activeChanged(isActiveWindow());
 }

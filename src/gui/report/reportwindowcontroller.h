@@ -130,11 +130,10 @@ public:
     QAction *menuAction(int tag) const;
 
 Q_SIGNALS:
-    // The window became (or stopped being) the active window, in normal mode: the main menu's report
-    // item follows it.
-    void activeChanged(bool active);
     // Return on a row: the editing sheet's seam.
     void editRequested();
+    // File > Import in the report: the owner opens an import window (it must not outlive the store).
+    void importRequested();
     // The Window menu's item for the main window.
     void mainWindowRequested();
     // The window was closed (it deletes itself afterwards).
@@ -143,7 +142,7 @@ Q_SIGNALS:
 protected:
     void showEvent(QShowEvent *event) override;
     void closeEvent(QCloseEvent *event) override;
-    void changeEvent(QEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
     ReportWindowController(
@@ -157,12 +156,18 @@ private:
     void updateActionMenu();
     void updateTotals();
     void updateImportButtons();
+    // Copy, Delete, Export Selected and Edit need a selection.
+    void updateSelectionActions();
+    // The columns other than the text shrink towards their minimums so the text keeps its room.
+    void fitColumns();
+    int minimumColumnWidth(int column) const;
     void updateToggleTitles();
     void buildSidebar();
     void updateChart();
     ReportQuery::Range currentRange() const;
     void showRangeMode();
     void scheduleQuery();
+    void scheduleRefresh();
     void onStoreChanged(const StoreChanges &changes);
     void onTableContextMenu(const QPoint &position);
     void openExportDialog(bool onlySelected);
@@ -188,8 +193,13 @@ private:
     int m_filterStatus = 0;
     bool m_filterToolbarVisible = true;
     std::optional<double> m_totalSeconds;
-    int m_clickedRow = -1;
+    // The activity a context-menu click was on, by uid: a store change may reload the rows while the menu
+    // is open. Empty for none.
+    QString m_clickedUid;
     bool m_queryScheduled = false;
+    bool m_refreshScheduled = false;
+    // Updated activities to read again in place (see onStoreChanged).
+    QSet<QString> m_refreshUids;
     bool m_showOpenPanel = false;
 
     QToolBar *m_filterToolbar = nullptr;
@@ -217,6 +227,10 @@ private:
     QAction *m_toggleFilterToolbar = nullptr;
     QAction *m_toggleFilter = nullptr;
     QAction *m_popupSearchAction = nullptr;
+    QList<QAction *> m_selectionActions;
+    // The widths the user gave the columns before the text (set on opening and by dragging).
+    QList<int> m_wishedColumnWidths;
+    bool m_fittingColumns = false;
     QPointer<QFileDialog> m_fileDialog;
     QPointer<QMessageBox> m_alert;
 };

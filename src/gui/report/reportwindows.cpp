@@ -21,14 +21,14 @@ void ReportWindows::showReport()
     if (!m_report) {
         m_report = new ReportWindowController(m_store, m_activityManager, m_settings);
         wire(m_report);
-        connect(m_report, &ReportWindowController::activeChanged, this, &ReportWindows::reportActiveChanged);
-        connect(m_report, &ReportWindowController::closed, this, [this] { Q_EMIT reportActiveChanged(false); });
+        connect(m_report, &ReportWindowController::closed, this, [this] { Q_EMIT reportOpenChanged(false); });
     }
     if (m_report->isMinimized())
         m_report->showNormal();
     m_report->show();
     m_report->raise();
     m_report->activateWindow();
+    Q_EMIT reportOpenChanged(true);
 }
 
 void ReportWindows::showImport()
@@ -59,5 +59,6 @@ QList<ReportWindowController *> ReportWindows::importWindows() const
 void ReportWindows::wire(ReportWindowController *window)
 {
     connect(window, &ReportWindowController::mainWindowRequested, this, &ReportWindows::mainWindowRequested);
+    connect(window, &ReportWindowController::importRequested, this, &ReportWindows::showImport);
     connect(window, &QObject::destroyed, this, [this] { m_imports.removeAll(nullptr); });
 }

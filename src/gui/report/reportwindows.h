@@ -29,8 +29,9 @@ public:
     QList<ReportWindowController *> importWindows() const;
 
 Q_SIGNALS:
-    // The report window became or stopped being the active window (false too when it closes).
-    void reportActiveChanged(bool active);
+    // The report window was shown (true) or closed (false). Not its activation: on Linux every window has
+    // its own menu bar, so the main window's item for the report would never be clickable.
+    void reportOpenChanged(bool open);
     // A report window's Window menu asked for the main window.
     void mainWindowRequested();
 

@@ -1,4 +1,4 @@
-#include "gui/report/bvdatepickerrules.h"
+#include "report/bvdatepickerrules.h"
 
 #include <QTime>
 
