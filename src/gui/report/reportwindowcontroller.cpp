@@ -210,12 +210,10 @@ void ReportWindowController::buildMenus()
         m_selectionActions.append(deleteAction);
         QAction *editAction = edit->addAction(tr("Edit Activity..."));
         editAction->setObjectName(QStringLiteral("editActivityAction"));
-        if (m_editing) {
-            editAction->setEnabled(m_editing->canEdit());
-            connect(m_editing, &ReportEditingController::canEditChanged, editAction, &QAction::setEnabled);
-        }
+        // The editing rule already asks for a selection, and leaves out the running activity.
+        editAction->setEnabled(m_editing->canEdit());
+        connect(m_editing, &ReportEditingController::canEditChanged, editAction, &QAction::setEnabled);
         connect(editAction, &QAction::triggered, this, &ReportWindowController::editSelectedActivity);
-        m_selectionActions.append(editAction);
         QAction *newAction = edit->addAction(tr("New Activity..."));
         newAction->setObjectName(QStringLiteral("newActivityAction"));
         newAction->setShortcut(QKeySequence::New);
