@@ -342,7 +342,7 @@ void TestAppCommands::mergeLeavesTheTrackedActivityAlone()
     makeApp();
     auto context = m_app->store->newContext();
     ActivityPtr earlier = context->insertActivity();
-    earlier->setText(u"@Acme spec"_s);
+    earlier->setText(u"@Acme draft"_s);
     earlier->setTimeFrom(m_app->clock.now().addSecs(-3600));
     earlier->setTimeTo(m_app->clock.now().addSecs(-1800));
     QVERIFY(context->save());

@@ -108,11 +108,11 @@ QStringList TestMergeCommand::deletionRecords()
 
 void TestMergeCommand::mergesIntoTheLatestStart()
 {
-    const QString spec = add(u"@Acme spec"_s, u"2024-03-12T09:00"_s, u"2024-03-12T09:10"_s, true);
+    const QString draft = add(u"@Acme draft"_s, u"2024-03-12T09:00"_s, u"2024-03-12T09:10"_s, true);
     const QString review = add(u"@Acme review"_s, u"2024-03-12T11:00"_s, u"2024-03-12T11:20"_s);
 
     // Prefixes in any case, as edit and delete take them; the invoiced word in any case too.
-    QCOMPARE(run({ u"merge"_s, review.left(8).toLower(), spec.left(10), u"--invoiced"_s, u"NO"_s }), 0);
+    QCOMPARE(run({ u"merge"_s, review.left(8).toLower(), draft.left(10), u"--invoiced"_s, u"NO"_s }), 0);
     QCOMPARE(m_out, u"Merged 2 activities into %1.\n"_s.arg(review));
     const QJsonArray listed = list();
     QCOMPARE(listed.size(), 1);

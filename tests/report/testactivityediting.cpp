@@ -161,8 +161,8 @@ void TestActivityEditing::mergeJoinsIntoTheLatestStart_data()
     QTest::addColumn<QString>("project");
 
     QTest::newRow("gap dropped: 10 min at 09:00 and 20 min at 11:00")
-        << QList<Seed> { { QTime(9, 0), 600, u"@Acme spec"_s }, { QTime(11, 0), 1200, u"@Acme review"_s } }
-        << QTime(10, 50) << QTime(11, 20) << u"@Acme review\n\n@Acme spec"_s << u"Acme"_s;
+        << QList<Seed> { { QTime(9, 0), 600, u"@Acme draft"_s }, { QTime(11, 0), 1200, u"@Acme review"_s } }
+        << QTime(10, 50) << QTime(11, 20) << u"@Acme review\n\n@Acme draft"_s << u"Acme"_s;
     QTest::newRow("same text in other case and spacing kept once, the later one's")
         << QList<Seed> { { QTime(9, 0), 600, u"Fix bug"_s }, { QTime(11, 0), 1200, u" fix   BUG "_s } } << QTime(10, 50)
         << QTime(11, 20) << u" fix   BUG "_s << QString();
@@ -273,7 +273,7 @@ void TestActivityEditing::undoneMergeLeavesOneDeletedElsewhereDeleted()
 
 void TestActivityEditing::editReachesTheStoreOnlyOnSave()
 {
-    const QString uid = add({ QTime(9, 0), 600, u"@Acme spec"_s });
+    const QString uid = add({ QTime(9, 0), 600, u"@Acme draft"_s });
     const QStringList before = journal();
     {
         ActivityEditor editor(*m_store, uid);
@@ -397,7 +397,7 @@ void TestActivityEditing::undoAndRedoEachStep()
 
 void TestActivityEditing::undoneDeleteWinsOverAnAlreadySyncedDeletion()
 {
-    const QString uid = add({ QTime(9, 0), 600, u"spec"_s });
+    const QString uid = add({ QTime(9, 0), 600, u"draft"_s });
     ActivityEditor editor(*m_store, uid);
     const ActivityEditor::Result deleted = editor.deleteActivity();
     QVERIFY(deleted && *deleted);

@@ -119,14 +119,14 @@ void TestEditingSheets::typeText(ActivityTextView *view, const QString &text)
 void TestEditingSheets::editSavesWhatTheUserTypedAndPicked()
 {
     const QDateTime from(QDate(2024, 3, 12), QTime(9, 0, 17, 250), Qt::UTC);
-    const QString uid = add(u"@Acme spec"_s, from, 600);
+    const QString uid = add(u"@Acme draft"_s, from, 600);
     EditActivityWindowController sheet(*m_store, *m_manager, uid, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
     QVERIFY(QTest::qWaitForWindowExposed(&sheet));
     QCOMPARE(sheet.windowModality(), Qt::WindowModal);
     auto *text = sheet.findChild<ActivityTextView *>(u"textView"_s);
-    QCOMPARE(text->text(), u"@Acme spec"_s);
+    QCOMPARE(text->text(), u"@Acme draft"_s);
     QVERIFY(text->hasFocus());
     QVERIFY(sheet.findChild<QPushButton *>(u"deleteButton"_s)->isVisible());
 
@@ -156,7 +156,7 @@ void TestEditingSheets::editSavesWhatTheUserTypedAndPicked()
 void TestEditingSheets::zeroLengthIsShownAndTheSheetStaysOpen()
 {
     const QDateTime from(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC);
-    const QString uid = add(u"spec"_s, from, 600);
+    const QString uid = add(u"draft"_s, from, 600);
     EditActivityWindowController sheet(*m_store, *m_manager, uid, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
@@ -187,7 +187,7 @@ void TestEditingSheets::zeroLengthIsShownAndTheSheetStaysOpen()
 void TestEditingSheets::cancelLeavesTheStoreAsItWas()
 {
     const QDateTime from(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC);
-    const QString uid = add(u"spec"_s, from, 600);
+    const QString uid = add(u"draft"_s, from, 600);
     EditActivityWindowController sheet(*m_store, *m_manager, uid, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
@@ -197,7 +197,7 @@ void TestEditingSheets::cancelLeavesTheStoreAsItWas()
     QCOMPARE(finished.count(), 1);
     QCOMPARE(finished.first().first().toInt(), 0);
     const ActivityPtr activity = stored(uid);
-    QCOMPARE(activity->text(), u"spec"_s);
+    QCOMPARE(activity->text(), u"draft"_s);
     QCOMPARE(activity->timeFrom(), from);
     QVERIFY(!sheet.savedChange());
 }
@@ -254,7 +254,7 @@ void TestEditingSheets::newActivityOffersNoDelete()
 
 void TestEditingSheets::deleteAsksFirst()
 {
-    const QString uid = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
+    const QString uid = add(u"draft"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
     EditActivityWindowController sheet(*m_store, *m_manager, uid, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
@@ -366,7 +366,7 @@ void TestEditingSheets::commandReturnSavesWithoutStartingTracking()
     QVERIFY(QTest::qWaitForWindowExposed(&mainWindow));
     QSignalSpy started(&start, &QAction::triggered);
 
-    const QString uid = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
+    const QString uid = add(u"draft"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
     EditActivityWindowController sheet(*m_store, *m_manager, uid, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
@@ -385,14 +385,14 @@ void TestEditingSheets::commandReturnSavesWithoutStartingTracking()
 
 void TestEditingSheets::mergeShowsTheTotalInTheReportsFormat()
 {
-    const QString older = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
+    const QString older = add(u"draft"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
     const QString newer = add(u"review"_s, QDateTime(QDate(2024, 3, 12), QTime(11, 0), Qt::UTC), 1200);
     // Decimal hours, as the report shows them.
     MergeActivitiesWindowController sheet(*m_store, *m_manager, { older, newer }, 2, m_report.get());
     QSignalSpy finished(&sheet, &QDialog::finished);
     sheet.open();
     QCOMPARE(sheet.findChild<QLabel *>(u"durationLabel"_s)->text(), u"Total duration: 0.5000"_s);
-    QCOMPARE(sheet.findChild<ActivityTextView *>(u"textView"_s)->text(), u"review\n\nspec"_s);
+    QCOMPARE(sheet.findChild<ActivityTextView *>(u"textView"_s)->text(), u"review\n\ndraft"_s);
     auto *invoiced = sheet.findChild<QCheckBox *>(u"isInvoicedCb"_s);
     QCOMPARE(invoiced->checkState(), Qt::Unchecked);
     // Both agree, so the box has no mixed state to offer: one click invoices, the next does not.
@@ -445,7 +445,7 @@ void TestEditingSheets::sheetsThatCannotLoad()
     QFETCH(QString, error);
     std::unique_ptr<QDialog> sheet;
     if (merge) {
-        const QString older = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
+        const QString older = add(u"draft"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
         QCOMPARE(m_manager->startTrack(u"review"_s), QString());
         sheet = std::make_unique<MergeActivitiesWindowController>(
             *m_store, *m_manager, QStringList { older, m_manager->currentActivity()->uid() }, 0, m_report.get());
@@ -465,7 +465,7 @@ void TestEditingSheets::sheetsThatCannotLoad()
 
 void TestEditingSheets::undoRefusedWhenChangedElsewhere()
 {
-    const QString uid = add(u"spec"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
+    const QString uid = add(u"draft"_s, QDateTime(QDate(2024, 3, 12), QTime(9, 0), Qt::UTC), 600);
     ReportEditingController editing(*m_store, *m_manager, *m_report);
     editing.editActivity(uid);
     auto *sheet = qobject_cast<EditActivityWindowController *>(editing.sheet());

@@ -152,14 +152,14 @@ void TestReportEditing::rowOpensTheEditSheet()
     QFETCH(QString, how);
     QFETCH(bool, running);
     add(u"older"_s, u"2024-03-12 09:00"_s, u"2024-03-12 10:00"_s);
-    add(u"spec"_s, u"2024-03-13 08:00"_s, u"2024-03-13 09:00"_s);
+    add(u"draft"_s, u"2024-03-13 08:00"_s, u"2024-03-13 09:00"_s);
     if (running) {
         m_clock.set(local(u"2024-03-13 09:30"_s));
         QCOMPARE(m_manager->startTrack(u"running"_s), QString());
     }
     open();
     activate();
-    QCOMPARE(listedTexts().constFirst(), running ? u"running"_s : u"spec"_s);
+    QCOMPARE(listedTexts().constFirst(), running ? u"running"_s : u"draft"_s);
     BvTableView &table = m_window->tableView();
     auto *button = m_window->findChild<QToolButton *>(u"editActivityButton"_s);
     auto *menuItem = m_window->findChild<QAction *>(u"editActivityAction"_s);
@@ -191,7 +191,7 @@ void TestReportEditing::rowOpensTheEditSheet()
     QTRY_VERIFY((sheet = qobject_cast<EditActivityWindowController *>(m_window->editing()->sheet())));
     QVERIFY(sheet->isVisible());
     auto *text = sheet->findChild<ActivityTextView *>(u"textView"_s);
-    QCOMPARE(text->text(), u"spec"_s);
+    QCOMPARE(text->text(), u"draft"_s);
     if (how != u"double-click"_s)
         return;
     QTest::keyClick(text, Qt::Key_End);
@@ -199,14 +199,14 @@ void TestReportEditing::rowOpensTheEditSheet()
     QTest::keyClick(text, Qt::Key_Return, Qt::ControlModifier);
     QTRY_VERIFY(!m_window->editing()->sheet());
     // The list follows the store.
-    QTRY_COMPARE(listedTexts(), (QStringList { u"spec reviewed"_s, u"older"_s }));
+    QTRY_COMPARE(listedTexts(), (QStringList { u"draft reviewed"_s, u"older"_s }));
     // And so does the main window's recent menu, which the same manager fills.
-    QCOMPARE(m_manager->recentActivities().constFirst().text(), u"spec reviewed"_s);
+    QCOMPARE(m_manager->recentActivities().constFirst().text(), u"draft reviewed"_s);
 }
 
 void TestReportEditing::newActivityIsListedOnceSaved()
 {
-    add(u"spec"_s, u"2024-03-13 08:00"_s, u"2024-03-13 09:00"_s);
+    add(u"draft"_s, u"2024-03-13 08:00"_s, u"2024-03-13 09:00"_s);
     open();
     QTest::mouseClick(m_window->findChild<QToolButton *>(u"newActivityButton"_s), Qt::LeftButton);
     EditActivityWindowController *sheet = nullptr;
@@ -218,13 +218,13 @@ void TestReportEditing::newActivityIsListedOnceSaved()
     text->setFocus();
     QTest::keyClicks(text, u"@Acme early"_s);
     QTest::mouseClick(sheet->findChild<QPushButton *>(u"saveButton"_s), Qt::LeftButton);
-    QTRY_COMPARE(listedTexts(), (QStringList { u"spec"_s, u"@Acme early"_s }));
+    QTRY_COMPARE(listedTexts(), (QStringList { u"draft"_s, u"@Acme early"_s }));
     QCOMPARE(m_window->editing()->undoAction()->text(), u"Undo New Activity"_s);
 }
 
 void TestReportEditing::mergeFromTheActionMenuAndUndoIt()
 {
-    const QString older = add(u"spec"_s, u"2024-03-12 09:00"_s, u"2024-03-12 09:10"_s);
+    const QString older = add(u"draft"_s, u"2024-03-12 09:00"_s, u"2024-03-12 09:10"_s);
     const QString newer = add(u"review"_s, u"2024-03-12 11:00"_s, u"2024-03-12 11:20"_s);
     add(u"other"_s, u"2024-03-13 08:00"_s, u"2024-03-13 09:00"_s);
     open();
@@ -249,13 +249,13 @@ void TestReportEditing::mergeFromTheActionMenuAndUndoIt()
     QTRY_VERIFY((sheet = qobject_cast<MergeActivitiesWindowController *>(m_window->editing()->sheet())));
     QCOMPARE(sheet->findChild<QLabel *>(u"durationLabel"_s)->text(), u"Total duration: 00:30:00"_s);
     QTest::mouseClick(sheet->findChild<QPushButton *>(u"saveButton"_s), Qt::LeftButton);
-    QTRY_COMPARE(listedTexts(), (QStringList { u"other"_s, u"review\n\nspec"_s }));
+    QTRY_COMPARE(listedTexts(), (QStringList { u"other"_s, u"review\n\ndraft"_s }));
     QCOMPARE(deletionRecords(), QStringList { older });
 
     activate();
     m_clock.advance(2000);
     QTest::keyClick(m_window, Qt::Key_Z, Qt::ControlModifier);
-    QTRY_COMPARE(listedTexts(), (QStringList { u"other"_s, u"review"_s, u"spec"_s }));
+    QTRY_COMPARE(listedTexts(), (QStringList { u"other"_s, u"review"_s, u"draft"_s }));
     QVERIFY(deletionRecords().isEmpty());
     QCOMPARE(m_window->model().record(1).uid, newer);
 }

@@ -128,20 +128,20 @@ QStringList TestEditingSync::journal(Machine &m)
 
 void TestEditingSync::mergeArrivesAsOneActivity()
 {
-    const QString spec = add(m_anna, u"@Acme spec"_s, QTime(9, 0), 600);
+    const QString draft = add(m_anna, u"@Acme draft"_s, QTime(9, 0), 600);
     const QString review = add(m_anna, u"@Acme review"_s, QTime(11, 0), 1200);
     const QString other = add(m_anna, u"other"_s, QTime(13, 0), 600);
     QVERIFY(sync(m_anna));
     QVERIFY(sync(m_ben));
     QCOMPARE(journal(m_ben).size(), 3);
 
-    ActivityMerge merge(*m_anna.store, { spec, review });
+    ActivityMerge merge(*m_anna.store, { draft, review });
     QVERIFY(merge.save());
     m_clock.advance(1000);
     QVERIFY(sync(m_anna));
     QVERIFY(sync(m_ben));
 
-    const QStringList expected { review + u"|@Acme review\n\n@Acme spec|2024-03-12T10:50:00Z|2024-03-12T11:20:00Z"_s,
+    const QStringList expected { review + u"|@Acme review\n\n@Acme draft|2024-03-12T10:50:00Z|2024-03-12T11:20:00Z"_s,
         other + u"|other|2024-03-12T13:00:00Z|2024-03-12T13:10:00Z"_s };
     QStringList sorted = expected;
     sorted.sort();
@@ -160,7 +160,7 @@ void TestEditingSync::undoneDeleteIsNeverDeletedElsewhere_data()
 void TestEditingSync::undoneDeleteIsNeverDeletedElsewhere()
 {
     QFETCH(int, syncsBeforeUndo);
-    const QString uid = add(m_anna, u"@Acme spec"_s, QTime(9, 0), 600);
+    const QString uid = add(m_anna, u"@Acme draft"_s, QTime(9, 0), 600);
     add(m_anna, u"other"_s, QTime(13, 0), 600);
     QVERIFY(sync(m_anna));
     QVERIFY(sync(m_ben));
