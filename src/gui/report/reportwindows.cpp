@@ -60,5 +60,9 @@ void ReportWindows::wire(ReportWindowController *window)
 {
     connect(window, &ReportWindowController::mainWindowRequested, this, &ReportWindows::mainWindowRequested);
     connect(window, &ReportWindowController::importRequested, this, &ReportWindows::showImport);
-    connect(window, &QObject::destroyed, this, [this] { m_imports.removeAll(nullptr); });
+    // While `destroyed` is being sent the pointer is not yet cleared: drop it once it is.
+    connect(window, &QObject::destroyed, this, [this] {
+        QMetaObject::invokeMethod(
+            this, [this] { m_imports.removeAll(nullptr); }, Qt::QueuedConnection);
+    });
 }
